@@ -1,0 +1,21 @@
+#include "net/net_api.h"
+
+#include "handler.h"
+#include "trace.h"
+
+namespace {
+
+constexpr std::array<FamilyRow, 0> rows{{}};
+static_assert(family_is_sound<NX_NET_SLOTS>(rows));
+
+}  // namespace
+
+int net_api() {
+    const auto slots = family_slots<NX_NET_SLOTS>(rows);
+    if (nx_api_enable_m_net_fun(slots.data()) == -1) {
+        NX_TRACE("enable dev info failed!\n");
+        return -1;
+    }
+    NX_TRACE("enable dev info OK\n");
+    return 0;
+}

@@ -1,0 +1,62 @@
+/**
+ * What the parts of the virtual access point share.
+ */
+#ifndef VIRTUAL_AP_DEVICE_H
+#define VIRTUAL_AP_DEVICE_H
+
+#include <initializer_list>
+#include <optional>
+#include <string>
+
+#include "virtual/ap/vap.h"
+
+namespace vap {
+
+/** Appends an effect of the agent to the journal: `op` is the platform function
+ *  or interposed call, `args` its arguments in the call's order. */
+void record(const char *op, Json args, Json result);
+
+/** A planned fault of this call, if one is due: the result to return. Counts
+ *  the call; ask once a call. `failure` is the contract's failure value. */
+std::optional<long> due_fault(const char *op, long failure);
+
+/** Text argument of a journal line: null for a null pointer; bytes that are no
+ *  UTF-8 text as lower-case hex. */
+Json text_arg(const char *text);
+Json bytes_arg(const void *data, size_t length);
+
+/** A value of hardware.json by JSON pointer ("/radios/24"), null when absent.
+ *  The file is read again when it has changed. */
+Json hardware_at(const std::string &pointer);
+
+template <typename T>
+T hardware_or(const std::string &pointer, T fallback) {
+    Json value = hardware_at(pointer);
+    try {
+        return value.is_null() ? fallback : value.get<T>();
+    } catch (const Json::exception &) {
+        return fallback;
+    }
+}
+
+/** Number that changes whenever the hardware description was read again; lets a
+ *  part keep records of its own instead of asking for JSON at each call. */
+uint64_t hardware_generation();
+
+/** Seconds since the device's start, and the device's clock (seconds since the
+ *  epoch), both in virtual time. */
+double uptime();
+double now();
+
+/** The file of the device folder that stands for an absolute device path. */
+std::filesystem::path host_path(const std::string &device_path);
+
+/** Runs a shell command inside the device folder the way `popen` and
+ *  `doSystemCmd` of the agent do: device paths put in place, the folder's bin/
+ *  first on the path; commands that would touch the machine are only recorded.
+ *  Returns the text to hand to a real shell, or nothing when it is not to run. */
+std::optional<std::string> shell_command(const std::string &command);
+
+}  // namespace vap
+
+#endif
