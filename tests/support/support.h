@@ -1,0 +1,100 @@
+/**
+ * A fresh virtual access point for each test, with a clock that the test moves
+ * and the test in the place of the cloud.
+ */
+#ifndef TESTS_SUPPORT_SUPPORT_H
+#define TESTS_SUPPORT_SUPPORT_H
+
+#include <cjson/cJSON.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "handler.h"
+#include "virtual/ap/vap.h"
+#include "virtual/nxapi/local.h"
+
+namespace test {
+
+/** A folder that is gone when its owner is. */
+class TempFolder {
+  public:
+    TempFolder();
+    ~TempFolder();
+    TempFolder(const TempFolder &) = delete;
+    TempFolder &operator=(const TempFolder &) = delete;
+    const std::filesystem::path &path() const { return path_; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+class Device : public ::testing::Test {
+  protected:
+    explicit Device(const vap::NewDevice &kind = {.serial = "NXT0000000001"});
+    ~Device() override;
+
+    /** Runs a command through the wrapper; the response text, "" when the
+     *  wrapper refused. */
+    std::string call(nx_handler handler, const std::string &request = "");
+
+    /** The same, parsed. */
+    vap::Json answer(nx_handler handler, const std::string &request = "");
+
+    /** Sets committed configuration, before the agent does anything. */
+    void set(const std::string &key, const std::string &value) { vap::config_set(key, value); }
+
+    /** What a key holds now, pending writes included; "(absent)" without one. */
+    static std::string get(const std::string &key);
+
+    /** The journal since the last look, one line an effect: the operation and
+     *  its arguments, "SetValue sys.timezone 20"; uploads stand in their place as
+     *  "nx_api_alarm_upload <text>". Null arguments read "null". */
+    std::vector<std::string> effects();
+
+    /** The same, only the effects whose operation is one of these. */
+    std::vector<std::string> effects(const std::vector<std::string> &operations);
+
+    /** Uploads so far under one name. */
+    std::vector<nxapi::Upload> uploads(const std::string &name);
+
+    /** Makes every upload of this name give this result (-1: refused). */
+    void refuse(const std::string &name, int result = -1);
+
+    /** Writes a file at a device path ("/etc/lan.ini"). */
+    void write_file(const std::string &device_path, const std::string &text);
+    std::string read_file(const std::string &device_path);
+
+    /** Standard output of the agent while `act` runs, with tracing on or off. */
+    static std::string output_of(const std::function<void()> &act, bool traced = true);
+
+    const std::filesystem::path &folder() const { return folder_.path(); }
+
+  private:
+    TempFolder folder_;
+    std::mutex mutex_;
+    std::vector<nxapi::Upload> uploads_;
+    std::vector<std::pair<std::string, int>> refused_;
+};
+
+/** While it lives, the nth allocation of cJSON from its start (1: the first)
+ *  fails, or none for 0. */
+class JsonAllocations {
+  public:
+    explicit JsonAllocations(int failing = 0);
+    ~JsonAllocations();
+    JsonAllocations(const JsonAllocations &) = delete;
+    JsonAllocations &operator=(const JsonAllocations &) = delete;
+
+    /** Allocations so far, and those not yet freed. */
+    static int made();
+    static int live();
+};
+
+}  // namespace test
+
+#endif
