@@ -29,12 +29,9 @@ void apply(const std::array<Setting, N> &settings) {
 /** Radio regulation of a device that joins a new project. The 5 GHz radio runs
  *  on "US" and converts to "CN" on purpose. */
 constexpr std::array country_settings{
-    Setting{"wl2g.public.country_code", "CN"},
-    Setting{"wl2g.public.countrycode_all", "1"},
-    Setting{"wl2g.public.countrycode_other", "1"},
-    Setting{"wl5g.public.country_code", "US"},
-    Setting{"wl5g.public.country_code_convert", "CN"},
-    Setting{"wl5g.public.countrycode_all", "1"},
+    Setting{"wl2g.public.country_code", "CN"},         Setting{"wl2g.public.countrycode_all", "1"},
+    Setting{"wl2g.public.countrycode_other", "1"},     Setting{"wl5g.public.country_code", "US"},
+    Setting{"wl5g.public.country_code_convert", "CN"}, Setting{"wl5g.public.countrycode_all", "1"},
     Setting{"wl5g.public.countrycode_other", "1"},
 };
 

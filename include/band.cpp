@@ -16,4 +16,6 @@ Key ssid_key(const char *stem, int slot, const char *field) {
     return key;
 }
 
-bool radio_enabled(const Band &band) { return store_int(radio_key(band, "enable").text) != 0; }
+bool radio_enabled(const Band &band) {
+    return store_int(radio_key(band, "enable").text) != 0;
+}

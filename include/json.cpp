@@ -6,7 +6,9 @@
 namespace {
 
 /** Hands `item` over when `added`; what could not be added is deleted here. */
-cJSON *handed_over(Json &item, cJSON_bool added) { return added ? item.release() : nullptr; }
+cJSON *handed_over(Json &item, cJSON_bool added) {
+    return added ? item.release() : nullptr;
+}
 
 cJSON *member_of(const cJSON *object, const char *key, cJSON_bool (*is_kind)(const cJSON *)) {
     cJSON *member = cJSON_GetObjectItem(object, key);

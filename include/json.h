@@ -22,9 +22,15 @@ using Json = std::unique_ptr<cJSON, JsonDelete>;
 /** A printed text of cJSON's allocator. */
 using JsonText = std::unique_ptr<char, JsonFree>;
 
-inline Json json_object() { return Json(cJSON_CreateObject()); }
-inline Json json_array() { return Json(cJSON_CreateArray()); }
-inline JsonText json_print(const Json &json) { return JsonText(cJSON_Print(json.get())); }
+inline Json json_object() {
+    return Json(cJSON_CreateObject());
+}
+inline Json json_array() {
+    return Json(cJSON_CreateArray());
+}
+inline JsonText json_print(const Json &json) {
+    return JsonText(cJSON_Print(json.get()));
+}
 
 /** Adds `item` under `key`; an item that could not be made or added is dropped.
  *  Returns what the object now holds there: a borrowed pointer, or null. */

@@ -18,9 +18,13 @@ bool store_text(const char *key, char *field, size_t size) {
     return value.found;
 }
 
-int store_int(const char *key) { return text_int(store_get(key).text); }
+int store_int(const char *key) {
+    return text_int(store_get(key).text);
+}
 
-void store_set(const char *key, const char *value) { SetValue(key, value); }
+void store_set(const char *key, const char *value) {
+    SetValue(key, value);
+}
 
 void store_set_int(const char *key, int value) {
     char text[16];
@@ -38,11 +42,13 @@ bool factory_text(const char *key, char *field, size_t size) {
 int text_int(const char *text) {
     using Limits = std::numeric_limits<int32_t>;
     const long long number = strtoll(text, nullptr, 10);
-    return static_cast<int>(
-        std::clamp(number, static_cast<long long>(Limits::min()), static_cast<long long>(Limits::max())));
+    return static_cast<int>(std::clamp(number, static_cast<long long>(Limits::min()),
+                                       static_cast<long long>(Limits::max())));
 }
 
-uint64_t text_uint64(const char *text) { return strtoull(text, nullptr, 10); }
+uint64_t text_uint64(const char *text) {
+    return strtoull(text, nullptr, 10);
+}
 
 void text_copy(char *field, size_t size, const char *text) {
     const size_t length = std::min(strlen(text), size - 1);

@@ -113,9 +113,9 @@ static_assert(offsetof(nx_basic_info, hardware_version) == 154, "nx_basic_info l
 static_assert(offsetof(nx_basic_info, brand) == 218, "nx_basic_info layout");
 static_assert(offsetof(nx_basic_info, model) == 346, "nx_basic_info layout");
 static_assert(offsetof(nx_basic_info, credential) == 475, "nx_basic_info layout");
-static_assert(sizeof(void *) != 4 || (offsetof(nx_basic_info, set_serial) == 604 &&
-                                      offsetof(nx_basic_info, reserved) == 608 &&
-                                      sizeof(nx_basic_info) == 612),
+static_assert(sizeof(void *) != 4 ||
+                  (offsetof(nx_basic_info, set_serial) == 604 &&
+                   offsetof(nx_basic_info, reserved) == 608 && sizeof(nx_basic_info) == 612),
               "nx_basic_info layout on the device");
 
 /** Hands over the identity; the library copies the record. Main thread. */

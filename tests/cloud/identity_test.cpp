@@ -80,8 +80,7 @@ TEST_F(Identity, ReportsRefusals) {
     refuse("nx_api_bind_info_upload");
     EXPECT_THAT(output_of([] { EXPECT_EQ(set_basic_info(), -1); }),
                 HasSubstr("] : nx_api_set_basic_info err!\n"));
-    EXPECT_THAT(output_of([] { EXPECT_EQ(set_bind_info(), -1); }),
-                HasSubstr("[set_bind_info]["));
+    EXPECT_THAT(output_of([] { EXPECT_EQ(set_bind_info(), -1); }), HasSubstr("[set_bind_info]["));
 }
 
 TEST_F(Identity, NamesTheImageDirectoryOnceAfterFifteenSeconds) {

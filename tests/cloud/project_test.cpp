@@ -13,20 +13,18 @@ TEST_F(Project, BindsInOrder) {
     EXPECT_EQ(call(add_router_to_prj,
                    R"({"cloud_id":"c-1","project_id":77,"time_zone":"-3.5","region":9})"),
               "{\n\t\"cloud_id\":\t\"c-1\",\n\t\"project_id\":\t77,\n\t\"resp_code\":\t0\n}");
-    EXPECT_THAT(effects(),
-                ElementsAre("SetValue sys.region_index 9", "SetValue sys.timezone 8.5",
-                            "SetValue wl2g.public.country_code CN",
-                            "SetValue wl2g.public.countrycode_all 1",
-                            "SetValue wl2g.public.countrycode_other 1",
-                            "SetValue wl5g.public.country_code US",
-                            "SetValue wl5g.public.country_code_convert CN",
-                            "SetValue wl5g.public.countrycode_all 1",
-                            "SetValue wl5g.public.countrycode_other 1", "SetValue nx.manage.en 1",
-                            "SetValue nx.cloud.id c-1", "SetValue nx.project.id 77",
-                            "SetValue nx.msgreport 1", "SetValue nx.bind_status 1",
-                            "SetValue nx.manage.mode 1", "SetValue wl.identifyOS_en 1",
-                            "send_msg_to_netctrl 61 null", "SetValue sys.timesyn 1", "CommitCfm",
-                            "send_msg_to_netctrl 24 op=3"));
+    EXPECT_THAT(
+        effects(),
+        ElementsAre(
+            "SetValue sys.region_index 9", "SetValue sys.timezone 8.5",
+            "SetValue wl2g.public.country_code CN", "SetValue wl2g.public.countrycode_all 1",
+            "SetValue wl2g.public.countrycode_other 1", "SetValue wl5g.public.country_code US",
+            "SetValue wl5g.public.country_code_convert CN",
+            "SetValue wl5g.public.countrycode_all 1", "SetValue wl5g.public.countrycode_other 1",
+            "SetValue nx.manage.en 1", "SetValue nx.cloud.id c-1", "SetValue nx.project.id 77",
+            "SetValue nx.msgreport 1", "SetValue nx.bind_status 1", "SetValue nx.manage.mode 1",
+            "SetValue wl.identifyOS_en 1", "send_msg_to_netctrl 61 null", "SetValue sys.timesyn 1",
+            "CommitCfm", "send_msg_to_netctrl 24 op=3"));
 }
 
 TEST_F(Project, RebindsWithoutTouchingWhatStands) {
@@ -57,18 +55,17 @@ TEST_F(Project, UnbindsInOrderWhateverTheCommitSays) {
             vap::fail("CommitCfm");
         }
         EXPECT_EQ(call(del_router_from_prj, R"({"ignored":1})"), "{\n\t\"resp_code\":\t0\n}");
-        EXPECT_THAT(
-            effects(),
-            ElementsAre("SetValue nx.manage.en 0", "SetValue nx.manage.status 0",
-                        "SetValue nx.cloud.id ", "SetValue nx.project.id ",
-                        "SetValue nx.bind_status 0", "SetValue nx.msgreport 0",
-                        "SetValue sys.region_index 38", "SetValue sys.timezone 20",
-                        "SetValue sys.timesyn 0", "SetValue sys.schedulereboot.enable 0",
-                        "SetValue sys.schedulereboot.type 0",
-                        "SetValue sys.schedulereboot.interval 1440",
-                        "SetValue sys.schedulereboot.start_time 3:00",
-                        "SetValue sys.schedulereboot.wday 0000000", "CommitCfm",
-                        "send_msg_to_netctrl 24 op=2", "send_msg_to_netctrl 39 op=3"));
+        EXPECT_THAT(effects(),
+                    ElementsAre("SetValue nx.manage.en 0", "SetValue nx.manage.status 0",
+                                "SetValue nx.cloud.id ", "SetValue nx.project.id ",
+                                "SetValue nx.bind_status 0", "SetValue nx.msgreport 0",
+                                "SetValue sys.region_index 38", "SetValue sys.timezone 20",
+                                "SetValue sys.timesyn 0", "SetValue sys.schedulereboot.enable 0",
+                                "SetValue sys.schedulereboot.type 0",
+                                "SetValue sys.schedulereboot.interval 1440",
+                                "SetValue sys.schedulereboot.start_time 3:00",
+                                "SetValue sys.schedulereboot.wday 0000000", "CommitCfm",
+                                "send_msg_to_netctrl 24 op=2", "send_msg_to_netctrl 39 op=3"));
     }
 }
 
@@ -77,8 +74,8 @@ TEST_F(Project, StoresTheServersStatusInverted) {
         const char *request;
         const char *stored;
     } const rows[] = {
-        {R"({"cloud_status":1})", "0"}, {"{}", "0"},
-        {R"({"cloud_status":0})", "1"}, {R"({"cloud_status":2})", "1"},
+        {R"({"cloud_status":1})", "0"},   {"{}", "0"},
+        {R"({"cloud_status":0})", "1"},   {R"({"cloud_status":2})", "1"},
         {R"({"cloud_status":"0"})", "0"},  // a text counts as absent
     };
     for (const Row &row : rows) {
@@ -116,17 +113,22 @@ TEST_F(Project, ConvertsTimeZones) {
         const char *stored;
     } const rows[] = {
         {"+8", nullptr},  // unchanged
-        {"-3.5", "8.5"},   {"0", "12"},  {"5.75", "17.75"}, {"-12", "0"}, {"", "12"},
+        {"-3.5", "8.5"},
+        {"0", "12"},
+        {"5.75", "17.75"},
+        {"-12", "0"},
+        {"", "12"},
         {"garbage", nullptr},  // reads as 0: unchanged after the row before
-        {"nan", nullptr},      {"inf", nullptr}, {"1e39", nullptr},
+        {"nan", nullptr},
+        {"inf", nullptr},
+        {"1e39", nullptr},
         {"1e38", "99999996802856924650656260769173209088"},  // single precision, whole
     };
     for (const Row &row : rows) {
         effects();
         EXPECT_EQ(set_timezone(row.zone), row.stored != nullptr ? 0 : -1) << row.zone;
         if (row.stored != nullptr) {
-            EXPECT_THAT(effects(),
-                        ElementsAre(std::string("SetValue sys.timezone ") + row.stored));
+            EXPECT_THAT(effects(), ElementsAre(std::string("SetValue sys.timezone ") + row.stored));
         } else {
             EXPECT_THAT(effects(), IsEmpty()) << row.zone;
         }

@@ -26,8 +26,8 @@ struct Outcome {
 Outcome wrapped(const char *request, nx_handler handler = probe) {
     char *text = nullptr;
     int length = -1;
-    const int result = command_cb_wrapper(nullptr, 0, request, &text, &length,
-                                          reinterpret_cast<void *>(handler));
+    const int result =
+        command_cb_wrapper(nullptr, 0, request, &text, &length, reinterpret_cast<void *>(handler));
     Outcome outcome{result, text != nullptr ? text : "", length};
     cJSON_free(text);
     return outcome;
@@ -39,7 +39,8 @@ class Wrapper : public ::testing::Test {
 };
 
 std::string nested(int depth) {
-    return std::string(static_cast<size_t>(depth), '[') + std::string(static_cast<size_t>(depth), ']');
+    return std::string(static_cast<size_t>(depth), '[') +
+           std::string(static_cast<size_t>(depth), ']');
 }
 
 TEST_F(Wrapper, TakesWhatParsesAndRefusesTheRest) {
@@ -86,8 +87,8 @@ TEST_F(Wrapper, CarriesAnyVerdictAndSucceedsItself) {
         verdict = value;
         const Outcome outcome = wrapped("{\"text\":\"hello\"}");
         EXPECT_EQ(outcome.result, 0);
-        EXPECT_EQ(outcome.text, "{\n\t\"echo\":\t\"hello\",\n\t\"resp_code\":\t" +
-                                    std::to_string(value) + "\n}");
+        EXPECT_EQ(outcome.text,
+                  "{\n\t\"echo\":\t\"hello\",\n\t\"resp_code\":\t" + std::to_string(value) + "\n}");
     }
 }
 
@@ -142,7 +143,8 @@ TEST(JsonInt, IsDefinedForEveryDouble) {
 }
 
 TEST(LookUp, CountsTheWrongTypeAsAbsent) {
-    const Json object(cJSON_Parse(R"({"text":"7","number":7.9,"empty":"","nothing":null,"List":[]})"));
+    const Json object(
+        cJSON_Parse(R"({"text":"7","number":7.9,"empty":"","nothing":null,"List":[]})"));
     EXPECT_EQ(cJSON_GetObjectIntValue(object.get(), "text", 3), 3);
     EXPECT_EQ(cJSON_GetObjectIntValue(object.get(), "NUMBER", 3), 7) << "keys ignore case";
     EXPECT_EQ(cJSON_GetObjectIntValue(object.get(), "nothing", 3), 3);

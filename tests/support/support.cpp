@@ -55,8 +55,8 @@ Device::Device(const vap::NewDevice &kind) {
         vap::note(upload.call, vap::Json::array({upload.data}));
         const std::lock_guard lock(mutex_);
         uploads_.push_back(upload);
-        const auto refused = std::ranges::find(refused_, upload.call,
-                                               &std::pair<std::string, int>::first);
+        const auto refused =
+            std::ranges::find(refused_, upload.call, &std::pair<std::string, int>::first);
         return refused == refused_.end() ? 0 : refused->second;
     });
 }
@@ -165,9 +165,15 @@ JsonAllocations::JsonAllocations(int failing) {
     cJSON_InitHooks(&hooks);
 }
 
-JsonAllocations::~JsonAllocations() { cJSON_InitHooks(nullptr); }
+JsonAllocations::~JsonAllocations() {
+    cJSON_InitHooks(nullptr);
+}
 
-int JsonAllocations::made() { return allocations; }
-int JsonAllocations::live() { return live_allocations; }
+int JsonAllocations::made() {
+    return allocations;
+}
+int JsonAllocations::live() {
+    return live_allocations;
+}
 
 }  // namespace test

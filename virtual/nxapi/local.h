@@ -14,8 +14,8 @@ namespace nxapi {
 
 /** One upload or registration of the agent, as the library was given it. */
 struct Upload {
-    std::string call;   /**< name of the library function */
-    std::string data;   /**< the bytes, all `length` of them */
+    std::string call; /**< name of the library function */
+    std::string data; /**< the bytes, all `length` of them */
     int length = 0;
 };
 
@@ -30,8 +30,8 @@ void end_local();
 
 /** What a command gave back. */
 struct Answer {
-    int result = -1;                      /**< of the agent's callback */
-    std::optional<std::string> response;  /**< all `length` bytes of it */
+    int result = -1;                     /**< of the agent's callback */
+    std::optional<std::string> response; /**< all `length` bytes of it */
     int length = 0;
 };
 
