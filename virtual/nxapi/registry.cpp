@@ -1,0 +1,56 @@
+#include "virtual/nxapi/registry.h"
+
+#include <cjson/cJSON.h>
+
+#include <cstring>
+#include <utility>
+
+namespace nxapi {
+
+Registry &registry() {
+    static Registry the_registry;
+    return the_registry;
+}
+
+std::optional<size_t> family_index(std::string_view name) {
+    for (size_t i = 0; i < families.size(); ++i) {
+        if (families[i].name == name) {
+            return i;
+        }
+    }
+    return std::nullopt;
+}
+
+Reply::Reply(Reply &&other) noexcept
+    : result(other.result), text(std::exchange(other.text, nullptr)), length(other.length) {}
+
+Reply::~Reply() {
+    cJSON_free(text);
+}
+
+Reply run_command(size_t family, size_t slot, const char *request, int request_length) {
+    Reply reply;
+    if (family >= families.size() || slot >= families[family].slots) {
+        return reply;
+    }
+    const nx_slot entry = registry().tables[family][slot];
+    if (entry.callback == nullptr) {
+        return reply;
+    }
+    reply.result = entry.callback(nullptr, request_length, request, &reply.text, &reply.length,
+                                  entry.private_data);
+    if (reply.result == -1 || reply.text == nullptr) {
+        cJSON_free(std::exchange(reply.text, nullptr));
+        reply.length = 0;
+    } else if (reply.length < 0) {
+        reply.length = static_cast<int>(std::strlen(reply.text));
+    }
+    return reply;
+}
+
+int run_serial_setter(const char *serial, int length) {
+    const nx_serial_setter setter = registry().set_serial;
+    return setter == nullptr ? -1 : setter(nullptr, length, serial, nullptr);
+}
+
+}  // namespace nxapi
