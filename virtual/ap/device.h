@@ -4,9 +4,11 @@
 #ifndef VIRTUAL_AP_DEVICE_H
 #define VIRTUAL_AP_DEVICE_H
 
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "virtual/ap/vap.h"
 
@@ -56,6 +58,37 @@ std::filesystem::path host_path(const std::string &device_path);
  *  first on the path; commands that would touch the machine are only recorded.
  *  Returns the text to hand to a real shell, or nothing when it is not to run. */
 std::optional<std::string> shell_command(const std::string &command);
+
+/** Starts a thread of the virtual access point itself: the journal knows it by
+ *  `name`, and it is none of the agent's threads, so neither the manual clock nor
+ *  `close_device` waits for it. */
+std::thread internal_thread(const char *name, std::function<void()> body);
+
+/* ---- what shows the hardware ------------------------------------------- */
+
+/** Hardware description of a new device. */
+Json default_hardware(const NewDevice &options);
+
+/** Starts and ends what runs beside the agent on the current device: the message
+ *  bus, the discovery service and the watch over the hardware description.
+ *  Called when a device was opened, at uptime 0, and before it is let go of. */
+void start_hardware();
+void stop_hardware();
+
+/** Takes a changed hardware description in at this moment of virtual time rather
+ *  than at the next platform call. Call it with no lock held. */
+void hardware_changed();
+
+/** BSSID behind an identifier of `apmib_get`; false for an unknown one. */
+bool bssid_of(int id, uint8_t out[6]);
+
+/** Text of "/proc/rtl865x/asicCounter" for a selected switch port; "" for a port
+ *  that the switch does not have. */
+std::string asic_counter_text(int port);
+
+/** Replaces the device's flash by the image at a device path, whole or not at
+ *  all; false when it is missing or too large for the flash. */
+bool write_flash(const std::string &device_path);
 
 }  // namespace vap
 
