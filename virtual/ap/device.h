@@ -4,11 +4,9 @@
 #ifndef VIRTUAL_AP_DEVICE_H
 #define VIRTUAL_AP_DEVICE_H
 
-#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include "virtual/ap/vap.h"
 
@@ -59,21 +57,15 @@ std::filesystem::path host_path(const std::string &device_path);
  *  Returns the text to hand to a real shell, or nothing when it is not to run. */
 std::optional<std::string> shell_command(const std::string &command);
 
-/** Starts a thread of the virtual access point itself: the journal knows it by
- *  `name`, and it is none of the agent's threads, so neither the manual clock nor
- *  `close_device` waits for it. */
-std::thread internal_thread(const char *name, std::function<void()> body);
-
 /* ---- what shows the hardware ------------------------------------------- */
 
 /** Hardware description of a new device. */
 Json default_hardware(const NewDevice &options);
 
-/** Starts and ends what runs beside the agent on the current device: the message
- *  bus, the discovery service and the watch over the hardware description.
- *  Called when a device was opened, at uptime 0, and before it is let go of. */
+/** Starts what runs beside the agent on the current device, the discovery service
+ *  and the watch over the hardware description, until the device is let go of.
+ *  Call it when a device was opened, at uptime 0, with no lock held. */
 void start_hardware();
-void stop_hardware();
 
 /** Takes a changed hardware description in at this moment of virtual time rather
  *  than at the next platform call. Call it with no lock held. */

@@ -1,0 +1,209 @@
+/* What runs beside the agent: the local discovery service behind "/tmp/auto.socket",
+   and the watch over hardware.json, both on one thread. */
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+#include "virtual/ap/equipment.h"
+#include "virtual/ap/files.h"
+
+namespace vap {
+namespace {
+
+constexpr const char *socket_path = "/tmp/auto.socket";
+constexpr size_t request_size = 64;
+constexpr size_t most_clients = 32;
+
+struct Client {
+    Descriptor fd;
+    std::string request;
+};
+
+/** Both services of the current device; everything but `stopping` and `wake`
+ *  belongs to their thread. */
+struct Services {
+    explicit Services(int wake_fd) : wake(wake_fd) {}
+
+    std::thread thread;
+    std::atomic<bool> stopping{false};
+    Descriptor wake;
+    Descriptor watch;    /**< inotify; -1 where the machine has none left */
+    Descriptor listener; /**< -1: the service is absent */
+    std::vector<Client> clients;
+};
+
+std::unique_ptr<Services> &services() {
+    static std::unique_ptr<Services> &one = *new std::unique_ptr<Services>;
+    return one;
+}
+
+/** Listens at the device path; through its folder's descriptor, since the whole
+ *  path may be longer than a socket address. */
+Descriptor listen_there() {
+    const std::filesystem::path path = host_path(socket_path);
+    std::error_code error;
+    std::filesystem::create_directories(path.parent_path(), error);
+    std::filesystem::remove(path, error);
+    const Descriptor parent(open(path.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    Descriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", parent.get(),
+             path.filename().c_str());
+    if (bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+        listen(fd.get(), 8) != 0) {
+        fprintf(stderr, "vap: no discovery service at %s: %s\n", path.c_str(), strerror(errno));
+        return Descriptor();
+    }
+    return fd;
+}
+
+void follow_equipment(Services &all) {
+    const bool wanted = equipment_now()->discovery != Discovery::absent;
+    if (wanted && all.listener.get() < 0) {
+        all.listener = listen_there();
+    } else if (!wanted) {
+        std::error_code ignored;
+        std::filesystem::remove(host_path(socket_path), ignored);
+        all.listener = Descriptor();
+        all.clients.clear();
+    }
+}
+
+/** Takes a whole request; answers it unless the service is silent. */
+void serve(Client &client) {
+    const bool answers = equipment_now()->discovery == Discovery::answers;
+    record("autodiscover", Json::array({bytes_arg(client.request.data(), client.request.size())}),
+           answers ? 0 : -1);
+    if (answers) {
+        const std::string answer(request_size, '\0');
+        send(client.fd.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
+        client.fd = Descriptor();
+    }
+}
+
+/** Reads what a client has sent; its descriptor is closed when it is done. */
+void hear(Client &client) {
+    char bytes[request_size];
+    const ssize_t got = recv(client.fd.get(), bytes, sizeof bytes, 0);
+    if (got <= 0) {
+        if (got == 0 || errno != EAGAIN) {
+            client.fd = Descriptor();
+        }
+        return;
+    }
+    const bool asked = client.request.size() >= request_size;
+    client.request.append(bytes, static_cast<size_t>(got));
+    if (!asked && client.request.size() >= request_size) {
+        client.request.resize(request_size);
+        serve(client);
+    }
+}
+
+/** Takes in a hardware.json that was replaced, at once. */
+void see_changes(const Descriptor &watch) {
+    alignas(inotify_event) char bytes[4096];
+    bool changed = false;
+    for (ssize_t got = 0; (got = read(watch.get(), bytes, sizeof bytes)) > 0;) {
+        for (const char *at = bytes; at < bytes + got;) {
+            const auto *event = reinterpret_cast<const inotify_event *>(at);
+            changed = changed || (event->len > 0 && strcmp(event->name, "hardware.json") == 0);
+            at += sizeof *event + event->len;
+        }
+    }
+    if (changed) {
+        hardware();
+        equipment_now();
+    }
+}
+
+void accept_client(Services &all) {
+    Descriptor fd(accept4(all.listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (fd.get() >= 0 && all.clients.size() < most_clients) {
+        all.clients.push_back({std::move(fd), ""});
+    }
+}
+
+void run_services(Services &all) {
+    const Inside inside;
+    pthread_setname_np(pthread_self(), "discovery");
+    while (!all.stopping) {
+        std::vector<pollfd> ready{{all.wake.get(), POLLIN, 0},
+                                  {all.watch.get(), POLLIN, 0},
+                                  {all.listener.get(), POLLIN, 0}};
+        for (const Client &client : all.clients) {
+            ready.push_back({client.fd.get(), POLLIN, 0});
+        }
+        if (poll(ready.data(), ready.size(), -1) < 0) {
+            continue;
+        }
+        for (size_t i = 3; i < ready.size(); i++) {
+            if (ready[i].revents != 0) {
+                hear(all.clients[i - 3]);
+            }
+        }
+        std::erase_if(all.clients, [](const Client &client) { return client.fd.get() < 0; });
+        if (ready[2].revents != 0) {
+            accept_client(all);
+        }
+        if (ready[1].revents != 0) {
+            see_changes(all.watch);
+        }
+        uint64_t wakes = 0;
+        if (read(all.wake.get(), &wakes, sizeof wakes) > 0) {
+            follow_equipment(all);
+        }
+    }
+}
+
+/** Watches the folder for a replaced hardware.json. */
+Descriptor watch_folder() {
+    Descriptor fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (fd.get() >= 0) {
+        inotify_add_watch(fd.get(), folder().c_str(), IN_MOVED_TO | IN_CLOSE_WRITE);
+    }
+    return fd;
+}
+
+}  // namespace
+
+void start_services() {
+    const Inside inside;
+    services() = std::make_unique<Services>(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    Services &all = *services();
+    all.watch = watch_folder();
+    follow_equipment(all);
+    all.thread = std::thread([&all] { run_services(all); });
+}
+
+void wake_services() {
+    if (services()) {
+        const uint64_t one = 1;
+        write_all(services()->wake.get(), {reinterpret_cast<const char *>(&one), sizeof one});
+    }
+}
+
+void stop_services() {
+    if (!services()) {
+        return;
+    }
+    services()->stopping = true;
+    wake_services();
+    services()->thread.join();
+    std::error_code ignored;
+    std::filesystem::remove(host_path(socket_path), ignored);
+    services().reset();
+}
+
+}  // namespace vap

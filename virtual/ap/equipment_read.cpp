@@ -1,0 +1,335 @@
+/* From hardware.json to typed records. */
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <set>
+
+#include "virtual/ap/equipment.h"
+
+namespace vap {
+namespace {
+
+void complain(const std::string &path, const char *what) {
+    fprintf(stderr, "vap: hardware.json: %s: %s\n", path.c_str(), what);
+}
+
+/** A value of the description, with the path that names it in a complaint. */
+class Part {
+  public:
+    Part(const Json *json, std::string path) : json_(json), path_(std::move(path)) {}
+
+    const std::string &path() const { return path_; }
+    bool present() const { return json_ != nullptr; }
+
+    Part operator[](const char *key) const {
+        const bool found = json_ != nullptr && json_->is_object() && json_->contains(key) &&
+                           !(*json_)[key].is_null();
+        return {found ? &(*json_)[key] : nullptr, path_ + "/" + key};
+    }
+
+    std::optional<double> number() const {
+        if (json_ == nullptr) {
+            return std::nullopt;
+        }
+        if (!json_->is_number()) {
+            complain(path_, "is no number");
+            return std::nullopt;
+        }
+        return json_->get<double>();
+    }
+
+    std::optional<int> integer() const {
+        const std::optional<double> value = number();
+        return value ? std::optional(static_cast<int>(std::clamp<double>(*value, INT_MIN, INT_MAX)))
+                     : std::nullopt;
+    }
+
+    uint64_t count() const {
+        if (json_ != nullptr && json_->is_number_unsigned()) {
+            return json_->get<uint64_t>();
+        }
+        return static_cast<uint64_t>(std::clamp(number().value_or(0), 0.0, 0x1p63));
+    }
+
+    /** A text as it stands, a number in decimal. */
+    std::optional<std::string> text() const {
+        if (json_ == nullptr) {
+            return std::nullopt;
+        }
+        if (json_->is_string()) {
+            return json_->get<std::string>();
+        }
+        if (json_->is_number()) {
+            return json_->dump();
+        }
+        complain(path_, "is neither text nor number");
+        return std::nullopt;
+    }
+
+    bool flag(bool fallback) const {
+        if (json_ == nullptr) {
+            return fallback;
+        }
+        if (!json_->is_boolean()) {
+            complain(path_, "is neither true nor false");
+            return fallback;
+        }
+        return json_->get<bool>();
+    }
+
+    std::optional<Mac> mac() const {
+        const std::optional<std::string> words = text();
+        const std::optional<Mac> mac = words ? mac_of(*words) : std::nullopt;
+        if (words && !mac) {
+            complain(path_, "is no MAC address");
+        }
+        return mac;
+    }
+
+    /** Visits the members of an object or the elements of an array. */
+    void each(const std::function<void(const std::string &, const Part &)> &visit) const {
+        if (json_ == nullptr) {
+            return;
+        }
+        if (!json_->is_structured()) {
+            complain(path_, "is neither object nor array");
+            return;
+        }
+        int index = 0;
+        for (const auto &[key, value] : json_->items()) {
+            const std::string name = json_->is_array() ? std::to_string(index++) : key;
+            visit(name, {value.is_null() ? nullptr : &value, path_ + "/" + name});
+        }
+    }
+
+  private:
+    const Json *json_;
+    std::string path_;
+};
+
+std::optional<std::array<uint8_t, 4>> ip_of(const std::string &text) {
+    std::array<uint8_t, 4> ip{};
+    return inet_pton(AF_INET, text.c_str(), ip.data()) == 1 ? std::optional(ip) : std::nullopt;
+}
+
+constexpr double packet_bytes = 1000;
+
+Traffic read_traffic(const Part &part) {
+    const double rate = std::clamp(part["rate"].number().value_or(0), 0.0, 1e12);
+    const uint64_t packets = part["packets"].count();
+    return {.bytes = {.start = part["bytes"].count(), .rate = rate},
+            .packets = {.start = packets, .rate = rate / packet_bytes},
+            .errors = part["errors"].count(),
+            .multicast = part["multicast"].count(),
+            .broadcast = part["broadcast"].count()};
+}
+
+std::vector<Neighbour> read_scan(const Part &part) {
+    std::vector<Neighbour> found;
+    part.each([&](const std::string &, const Part &entry) {
+        found.push_back({.ssid = entry["ssid"].text().value_or(""),
+                         .bssid = entry["bssid"].text().value_or(""),
+                         .channel = entry["channel"].text().value_or("0"),
+                         .signal = entry["signal"].text().value_or("0"),
+                         .bandwidth = entry["bandwidth"].text().value_or("20")});
+    });
+    return found;
+}
+
+std::optional<Radio> read_radio(const Part &part, const Part &scan, const std::string &interface) {
+    if (!part.present()) {
+        return std::nullopt;
+    }
+    Radio radio{.interface = interface,
+                .channel = part["channel"].text().value_or("0"),
+                .bandwidth = part["bandwidth"].text().value_or("0"),
+                .upstream = part["upstream"].text().value_or(""),
+                .bit_rate = part["bit_rate"].text().value_or("0"),
+                .channel_use = {},
+                .scan = scan.present() ? std::optional(read_scan(scan)) : std::nullopt};
+    part["channel_use"].each([&](const std::string &channel, const Part &use) {
+        radio.channel_use.emplace_back(atoi(channel.c_str()), use.integer().value_or(0));
+    });
+    return radio;
+}
+
+std::optional<Station> read_station(const std::string &name, const Part &part,
+                                    const Equipment &equipment) {
+    const std::optional<Mac> mac = mac_of(name);
+    const int radio = radio_of_band(part["band"].integer().value_or(bands[0].code));
+    const int slot = part["ssid"].integer().value_or(0);
+    if (!mac || radio < 0 || slot < 0 || slot >= bands[radio].slots) {
+        complain(part.path(), "is no station: it needs a MAC address as its name, \"band\" 24 or "
+                              "5, and an \"ssid\" of that radio");
+        return std::nullopt;
+    }
+    if (!equipment.radios[radio]) {
+        return std::nullopt;
+    }
+    Station station{.mac = *mac,
+                    .mac_text = mac_text(*mac),
+                    .ip = part["ip"].text().value_or(""),
+                    .signal = part["signal"].text().value_or("-50"),
+                    .radio = radio,
+                    .slot = slot,
+                    .os = part["os"].integer().value_or(0),
+                    .in_arp = part["in_arp"].flag(true),
+                    .since = part["since"].number(),
+                    .interface = ssid_interface(equipment.radios[radio]->interface, slot)};
+    station.down = read_traffic(part["down"]).bytes;
+    station.up = read_traffic(part["up"]).bytes;
+    return station;
+}
+
+void read_stations(const Part &part, Equipment &equipment) {
+    std::set<Mac> seen;
+    part.each([&](const std::string &name, const Part &entry) {
+        std::optional<Station> station = read_station(name, entry, equipment);
+        if (station && !seen.insert(station->mac).second) {
+            complain(entry.path(), "stands there twice");
+        } else if (station) {
+            equipment.stations.push_back(std::move(*station));
+        }
+    });
+}
+
+/** Entries of its own first: they hold for a station, too. */
+void read_arp(const Part &part, Equipment &equipment) {
+    part.each([&](const std::string &name, const Part &entry) {
+        const std::optional<Mac> mac = mac_of(name);
+        const auto ip = ip_of(entry.text().value_or(""));
+        if (mac && ip) {
+            equipment.arp.push_back({*mac, *ip});
+        } else {
+            complain(entry.path(), "is no pair of a MAC address and an IPv4 address");
+        }
+    });
+}
+
+std::vector<Interface> read_interfaces(const Part &part) {
+    std::vector<Interface> interfaces;
+    part.each([&](const std::string &name, const Part &entry) {
+        interfaces.push_back({.name = name,
+                              .mac = entry["mac"].mac(),
+                              .ip = entry["ip"].text().value_or(""),
+                              .rx = read_traffic(entry["rx"]),
+                              .tx = read_traffic(entry["tx"])});
+    });
+    return interfaces;
+}
+
+std::optional<int> speed_code(const Part &part) {
+    constexpr std::array<int, 3> speeds{10, 100, 1000};
+    if (!part["speed"].present()) {
+        return part["speed_code"].integer();
+    }
+    const auto found = std::ranges::find(speeds, part["speed"].integer().value_or(0));
+    if (found == speeds.end()) {
+        complain(part.path() + "/speed", "is none of 10, 100 and 1000");
+        return std::nullopt;
+    }
+    return static_cast<int>(found - speeds.begin());
+}
+
+std::optional<int> duplex_code(const Part &part) {
+    const std::optional<std::string> duplex = part["duplex"].text();
+    if (!duplex) {
+        return part["duplex_code"].integer();
+    }
+    if (*duplex != "full" && *duplex != "half") {
+        complain(part.path() + "/duplex", "is neither \"full\" nor \"half\"");
+        return std::nullopt;
+    }
+    return *duplex == "full" ? 0 : 1;
+}
+
+std::vector<SwitchPort> read_ports(const Part &part) {
+    std::vector<SwitchPort> ports;
+    part.each([&](const std::string &name, const Part &entry) {
+        ports.push_back({.number = atoi(name.c_str()),
+                         .link = entry["link"].flag(false),
+                         .speed = speed_code(entry),
+                         .duplex = duplex_code(entry),
+                         .in = read_traffic(entry["in"]),
+                         .out = read_traffic(entry["out"])});
+    });
+    return ports;
+}
+
+Discovery read_discovery(const Part &part) {
+    const std::string text = part.text().value_or("answers");
+    if (text == "silent") {
+        return Discovery::silent;
+    }
+    if (text == "absent") {
+        return Discovery::absent;
+    }
+    if (text != "answers") {
+        complain(part.path(), "is none of \"answers\", \"silent\" and \"absent\"");
+    }
+    return Discovery::answers;
+}
+
+std::vector<PingHost> read_ping(const Part &part) {
+    std::vector<PingHost> hosts;
+    part.each([&](const std::string &name, const Part &entry) {
+        if (name.empty() || name.find_first_of(" \t\n") != std::string::npos) {
+            complain(entry.path(), "is no host name");
+            return;
+        }
+        PingHost host{.name = name,
+                      .address = ip_of(name) ? name : entry["address"].text().value_or("192.0.2.1"),
+                      .unknown = entry["unknown"].flag(false),
+                      .replies = {}};
+        entry["replies"].each([&](const std::string &, const Part &reply) {
+            host.replies.push_back(reply.number());
+        });
+        hosts.push_back(std::move(host));
+    });
+    return hosts;
+}
+
+FirmwareLibrary read_firmware(const Part &part) {
+    const Part verdicts = part["verdicts"];
+    return {.partition_size = part["partition_size"].count(),
+            .model = part["model"].text().value_or(""),
+            .type = verdicts["type"].integer(),
+            .valid = verdicts["valid"].integer(),
+            .mtd_size = verdicts["mtd_size"].integer(),
+            .crc = verdicts["crc"].integer()};
+}
+
+}  // namespace
+
+Equipment read_equipment(const Json &description) {
+    const Part all(&description, "");
+    Equipment equipment;
+    for (size_t i = 0; i < name_keys.size(); i++) {
+        equipment.names[i] = all["names"][name_keys[i]].text().value_or("");
+    }
+    for (size_t i = 0; i < bands.size(); i++) {
+        equipment.radios[i] = read_radio(all["radios"][bands[i].key], all["scan"][bands[i].key],
+                                        equipment.names[radio_2g_name + i]);
+    }
+    all["bssids"].each([&](const std::string &, const Part &bssid) {
+        equipment.bssids.push_back(bssid.mac());
+    });
+    read_stations(all["stations"], equipment);
+    read_arp(all["arp"], equipment);
+    equipment.interfaces = read_interfaces(all["interfaces"]);
+    equipment.ports = read_ports(all["ports"]);
+    equipment.topology = {.port = all["topology"]["port"].integer(),
+                         .if_name = all["topology"]["if_name"].text(),
+                         .data = all["topology"]["data"].text(),
+                         .silent = all["topology"]["silent"].flag(false)};
+    equipment.discovery = read_discovery(all["discovery"]);
+    equipment.ping = read_ping(all["ping"]);
+    equipment.firmware = read_firmware(all["firmware"]);
+    return equipment;
+}
+
+}  // namespace vap
