@@ -14,18 +14,6 @@
 
 namespace {
 
-struct Setting {
-    const char *key;
-    const char *value;
-};
-
-template <size_t N>
-void apply(const std::array<Setting, N> &settings) {
-    for (const Setting &setting : settings) {
-        store_set(setting.key, setting.value);
-    }
-}
-
 /** Radio regulation of a device that joins a new project. The 5 GHz radio runs
  *  on "US" and converts to "CN" on purpose. */
 constexpr std::array country_settings{
@@ -96,7 +84,7 @@ int add_router_to_prj(cJSON *request, cJSON *response) {
     store_set_int("sys.region_index", cJSON_GetObjectIntValue(request, "region", 38));
     set_timezone(cJSON_GetObjectStringValue(request, "time_zone", "+8"));
     if (joins_new_project(project_id)) {
-        apply(country_settings);
+        store_apply(country_settings);
     }
     store_set("nx.manage.en", "1");
     store_set("nx.cloud.id", cloud_id);
@@ -122,7 +110,7 @@ int add_router_to_prj(cJSON *request, cJSON *response) {
 }
 
 int del_router_from_prj(cJSON *, cJSON *) {
-    apply(unbound_settings);
+    store_apply(unbound_settings);
     CommitCfm();
     notify_op(netctrl::clock, 2);
     notify_op(netctrl::cloud, 3);

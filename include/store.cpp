@@ -32,6 +32,12 @@ void store_set_int(const char *key, int value) {
     SetValue(key, text);
 }
 
+void store_apply(std::span<const Setting> settings) {
+    for (const Setting &setting : settings) {
+        store_set(setting.key, setting.value);
+    }
+}
+
 bool factory_text(const char *key, char *field, size_t size) {
     StoreValue value;
     value.found = ApmibGetValue(key, value.text) != 0;

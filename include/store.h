@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "nx_limits.h"
 #include "platform/apmib.h"
@@ -34,6 +35,15 @@ int store_int(const char *key);
 /** Sets a value; nothing is stored when the store refuses it. */
 void store_set(const char *key, const char *value);
 void store_set_int(const char *key, int value);
+
+/** A key and the text that it is set to. */
+struct Setting {
+    const char *key;
+    const char *value;
+};
+
+/** Sets values in their order. */
+void store_apply(std::span<const Setting> settings);
 
 /** Reads a factory value like `store_text`. */
 bool factory_text(const char *key, char *field, size_t size);
