@@ -1,11 +1,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "alarm/alarm.h"
+#include "heap.h"
 #include "json.h"
 #include "platform/nxapi.h"
 #include "platform/systool.h"
@@ -18,10 +17,7 @@ namespace {
 // Most records read at once: 92,400 bytes, too many for the stack of a thread.
 constexpr int records_max = 300;
 
-struct RecordsFree {
-    void operator()(syslog_record *records) const { free(records); }
-};
-using Records = std::unique_ptr<syslog_record[], RecordsFree>;
+using Records = std::array<syslog_record, records_max>;
 
 // "event_type" of each event type code; records without one are not sent.
 constexpr std::array<const char *, 9> event_types{
@@ -68,7 +64,7 @@ bool is_new(const syslog_record &newest) {
 }
 
 /** Uploads records `first` to `count` - 1. */
-int upload_records(const syslog_record *records, int first, int count) {
+int upload_records(const Records &records, int first, int count) {
     const Json document = json_object();
     cJSON *list = json_add_array(document.get(), "sys_log");
     bool whole = list != nullptr;
@@ -85,7 +81,7 @@ int upload_records(const syslog_record *records, int first, int count) {
 }  // namespace
 
 int sys_log_upload() {
-    const Records records(static_cast<syslog_record *>(calloc(records_max, sizeof(syslog_record))));
+    const Heap<Records> records = heap_record<Records>();
     if (!records) {
         NX_TRACE("Out of memory!\n");
         return -1;
@@ -94,13 +90,13 @@ int sys_log_upload() {
     // A number below 1 leaves no record: the document goes out with an empty list.
     const int limit = most.found ? std::max(text_int(most.text), 0) : records_max;
     int count = 0;
-    if (file_syslog_get_lists(records.get(), 0, &count, records_max) != 0 || count < 0 ||
+    if (file_syslog_get_lists(records->data(), 0, &count, records_max) != 0 || count < 0 ||
         count > records_max) {
         NX_TRACE("tpi_syslog_get_lists returns error!\n");
         return -1;
     }
-    if (count == 0 || !is_new(records[count - 1])) {
+    if (count == 0 || !is_new((*records)[count - 1])) {
         return 0;
     }
-    return upload_records(records.get(), std::max(count - limit, 0), count);
+    return upload_records(*records, std::max(count - limit, 0), count);
 }
