@@ -4,13 +4,17 @@
 #ifndef VIRTUAL_AP_DEVICE_H
 #define VIRTUAL_AP_DEVICE_H
 
-#include <initializer_list>
+#include <functional>
 #include <optional>
 #include <string>
 
 #include "virtual/ap/vap.h"
 
 namespace vap {
+
+/** Exit status of a process whose device restarts; its supervisor starts the
+ *  agent again on the same folder. */
+constexpr int exit_restart = 75;
 
 /** Appends an effect of the agent to the journal: `op` is the platform function
  *  or interposed call, `args` its arguments in the call's order. */
@@ -51,11 +55,52 @@ double now();
 /** The file of the device folder that stands for an absolute device path. */
 std::filesystem::path host_path(const std::string &device_path);
 
+/** Is it one of the fixed device paths that the agent uses (a path that the
+ *  interposed calls put into the folder)? */
+bool is_device_path(const std::string &path);
+
 /** Runs a shell command inside the device folder the way `popen` and
  *  `doSystemCmd` of the agent do: device paths put in place, the folder's bin/
  *  first on the path; commands that would touch the machine are only recorded.
  *  Returns the text to hand to a real shell, or nothing when it is not to run. */
 std::optional<std::string> shell_command(const std::string &command);
+
+/** While one lives, what its thread does is libvap's own: libc calls are neither
+ *  redirected nor counted, and threads that it starts are none of the agent's. */
+class Inside {
+  public:
+    Inside();
+    ~Inside();
+    Inside(const Inside &) = delete;
+    Inside &operator=(const Inside &) = delete;
+};
+
+/** The other way round, around a call back into the agent. */
+class Outside {
+  public:
+    Outside();
+    ~Outside();
+    Outside(const Outside &) = delete;
+    Outside &operator=(const Outside &) = delete;
+
+  private:
+    int depth_;
+};
+
+/** Work under way on a thread of libvap, such as a message that is not yet
+ *  delivered: `settle` and `advance` wait until it is over. May be ended on
+ *  another thread than it began on. */
+void begin_work();
+void end_work();
+
+/** Runs when the current device is let go of, after the agent's threads have
+ *  come to rest and while the device can still be asked; newest first. */
+void on_close(std::function<void()> act);
+
+/** Restarts the device a moment after the call, on the committed configuration
+ *  or (`restore`) on factory defaults: the process ends with `exit_restart`.
+ *  Does nothing where `restarts_process` is off. */
+void restart_device(bool restore);
 
 /* ---- what shows the hardware ------------------------------------------- */
 

@@ -1,0 +1,60 @@
+#include "virtual/ap/fault.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+namespace vap {
+
+void Faults::plan(const std::string &op, int nth, int times, std::optional<long> result) {
+    const std::lock_guard lock(mutex_);
+    plans_.push_back({op, std::max(nth, 1) - 1, times, result, false});
+}
+
+bool Faults::behind(uint64_t generation) {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(generation_, generation) != generation;
+}
+
+void Faults::follow(const Json &plans) {
+    const std::lock_guard lock(mutex_);
+    if (plans == described_) {
+        return;
+    }
+    described_ = plans;
+    plans_.remove_if([](const Plan &plan) { return plan.described; });
+    for (const Json &row : plans) {
+        try {
+            Plan plan{row.at("op"),
+                      std::max(row.value("nth", 1), 1) - 1,
+                      row.value("times", 1),
+                      {},
+                      true};
+            if (row.contains("result")) {
+                plan.result = row.at("result").get<long>();
+            }
+            plans_.push_back(std::move(plan));
+        } catch (const Json::exception &) {
+            fprintf(stderr, "vap: hardware.json: not a fault: %s\n", row.dump().c_str());
+        }
+    }
+}
+
+std::optional<long> Faults::due(const std::string &op, long failure) {
+    const std::lock_guard lock(mutex_);
+    std::optional<long> result;
+    for (Plan &plan : plans_) {
+        if (plan.op != op || plan.times == 0) {
+            continue;
+        }
+        if (plan.wait > 0) {
+            --plan.wait;
+        } else if (!result) {
+            result = plan.result.value_or(failure);
+            plan.times -= plan.times > 0 ? 1 : 0;
+        }
+    }
+    return result;
+}
+
+}  // namespace vap

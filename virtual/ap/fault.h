@@ -1,0 +1,47 @@
+/**
+ * Planned faults of a device: the n-th call of an operation fails.
+ */
+#ifndef VIRTUAL_AP_FAULT_H
+#define VIRTUAL_AP_FAULT_H
+
+#include <list>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "virtual/ap/vap.h"
+
+namespace vap {
+
+class Faults {
+  public:
+    void plan(const std::string &op, int nth, int times, std::optional<long> result);
+
+    /** Has the hardware description changed since this was last asked? */
+    bool behind(uint64_t generation);
+
+    /** Takes the plans of a hardware description ([{"op", "nth", "times",
+     *  "result"}]) in place of those that it gave before, when they differ. */
+    void follow(const Json &plans);
+
+    /** Counts a call; the result to return when it is to fail. */
+    std::optional<long> due(const std::string &op, long failure);
+
+  private:
+    struct Plan {
+        std::string op;
+        int wait;  /**< calls that still succeed */
+        int times; /**< calls that still fail; below 0: without end */
+        std::optional<long> result;
+        bool described; /**< from the hardware description */
+    };
+
+    std::mutex mutex_;
+    std::list<Plan> plans_;
+    uint64_t generation_ = 0;
+    Json described_;
+};
+
+}  // namespace vap
+
+#endif

@@ -1,0 +1,64 @@
+/**
+ * Files of a device folder: whole reads, atomic replacement, the folder's lock.
+ */
+#ifndef VIRTUAL_AP_FILES_H
+#define VIRTUAL_AP_FILES_H
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vap {
+
+/** A descriptor that is closed with its owner. */
+class Descriptor {
+  public:
+    explicit Descriptor(int fd = -1) : fd_(fd) {}
+    Descriptor(Descriptor &&other) noexcept : fd_(other.release()) {}
+    Descriptor &operator=(Descriptor &&other) noexcept;
+    ~Descriptor();
+
+    int get() const { return fd_; }
+    int release();
+
+  private:
+    int fd_;
+};
+
+/** The whole file; nothing when it cannot be read. */
+std::optional<std::string> read_file(const std::filesystem::path &path);
+
+/** Replaces a file so that a crash at any moment leaves the old or the new one,
+ *  whole. False: the old one still stands. */
+bool replace_file(const std::filesystem::path &path, std::string_view text);
+
+/** Writes all bytes; false on the first error. */
+bool write_all(int fd, std::string_view bytes);
+
+/** Tells one state of a file from another with one `stat`. */
+struct FileStamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = -1;
+    int64_t changed_ns = 0;
+    bool operator==(const FileStamp &) const = default;
+};
+FileStamp file_stamp(const std::filesystem::path &path);
+
+/** Holds a folder's lock file: whoever replaces a file of the folder from what
+ *  stands there does it under this lock. */
+class FolderLock {
+  public:
+    explicit FolderLock(const std::filesystem::path &folder);
+    bool held() const { return fd_.get() >= 0; }
+
+  private:
+    Descriptor fd_;
+};
+
+}  // namespace vap
+
+#endif

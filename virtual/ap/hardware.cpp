@@ -1,0 +1,91 @@
+#include "virtual/ap/hardware.h"
+
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+
+#include "virtual/ap/device.h"
+
+namespace vap {
+namespace {
+
+/** The document of a file; throws std::runtime_error with a sentence. */
+Json load(const std::filesystem::path &file) {
+    const std::optional<std::string> text = read_file(file);
+    if (!text) {
+        throw std::runtime_error("cannot read " + file.string());
+    }
+    try {
+        Json document = Json::parse(*text);
+        if (document.is_object()) {
+            return document;
+        }
+    } catch (const Json::exception &error) {
+        throw std::runtime_error(file.string() + ": " + error.what());
+    }
+    throw std::runtime_error(file.string() + " holds no JSON object");
+}
+
+}  // namespace
+
+Hardware::Hardware(std::filesystem::path file) : file_(std::move(file)) {
+    stamp_ = file_stamp(file_);
+    document_ = load(file_);
+}
+
+void Hardware::refresh(bool now) {
+    if (!now && !lookout_.due()) {
+        return;
+    }
+    const FileStamp stamp = file_stamp(file_);
+    if (stamp == stamp_) {
+        return;
+    }
+    stamp_ = stamp;
+    broken_ = true;
+    try {
+        document_ = load(file_);
+        ++generation_;
+        broken_ = false;
+    } catch (const std::runtime_error &error) {
+        fprintf(stderr, "vap: %s; the description read before stays in use\n", error.what());
+    }
+}
+
+Json Hardware::at(const std::string &pointer) {
+    const std::lock_guard lock(mutex_);
+    refresh(false);
+    const Json::json_pointer place(pointer);
+    return document_.contains(place) ? document_.at(place) : Json();
+}
+
+Json Hardware::whole() {
+    const std::lock_guard lock(mutex_);
+    refresh(true);
+    return document_;
+}
+
+uint64_t Hardware::generation() {
+    const std::lock_guard lock(mutex_);
+    refresh(false);
+    return generation_;
+}
+
+void Hardware::patch(const Json &change) {
+    const std::lock_guard lock(mutex_);
+    const FolderLock folder(file_.parent_path());
+    refresh(true);
+    if (broken_) {
+        throw std::runtime_error(file_.string() + " is broken and was left alone");
+    }
+    Json changed = document_;
+    changed.merge_patch(change);
+    if (!folder.held() || !replace_file(file_, changed.dump(2) + "\n")) {
+        throw std::runtime_error("cannot write " + file_.string());
+    }
+    stamp_ = file_stamp(file_);
+    document_ = std::move(changed);
+    ++generation_;
+}
+
+}  // namespace vap

@@ -1,0 +1,45 @@
+/**
+ * hardware.json in memory.
+ */
+#ifndef VIRTUAL_AP_HARDWARE_H
+#define VIRTUAL_AP_HARDWARE_H
+
+#include <atomic>
+#include <filesystem>
+#include <mutex>
+#include <string>
+
+#include "virtual/ap/files.h"
+#include "virtual/ap/store.h"
+#include "virtual/ap/vap.h"
+
+namespace vap {
+
+class Hardware {
+  public:
+    /** Throws std::runtime_error with a sentence when the file is unusable. */
+    explicit Hardware(std::filesystem::path file);
+
+    /** Value at a JSON pointer, null when absent. */
+    Json at(const std::string &pointer);
+    Json whole();
+    uint64_t generation();
+
+    /** Merge patch, saved at once; throws std::runtime_error. */
+    void patch(const Json &change);
+
+  private:
+    void refresh(bool now);
+
+    std::filesystem::path file_;
+    std::mutex mutex_;
+    Lookout lookout_;
+    FileStamp stamp_;
+    Json document_;
+    bool broken_ = false;
+    uint64_t generation_ = 1;
+};
+
+}  // namespace vap
+
+#endif

@@ -1,0 +1,265 @@
+#include "virtual/ap/machine.h"
+
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace vap {
+namespace {
+
+std::mutex current_mutex;
+std::shared_ptr<Machine> current;
+
+/** Clocks are kept for ever: a thread may sleep in one that is retired. */
+Clock &new_clock(const Options &options) {
+    static auto &clocks = *new std::vector<std::unique_ptr<Clock>>;
+    return *clocks.emplace_back(std::make_unique<Clock>(options));
+}
+
+thread_local int inside_depth = 0;
+
+std::string thread_name(const Clock &clock) {
+    if (gettid() == getpid() || clock.on_main_thread()) {
+        return "main";
+    }
+    char name[17] = {};
+    prctl(PR_GET_NAME, name);
+    return name;
+}
+
+Machine &need() {
+    const std::shared_ptr<Machine> device = machine();
+    if (!device) {
+        throw std::runtime_error("no virtual access point is open");
+    }
+    return *device;
+}
+
+double seconds(int64_t ns) {
+    return static_cast<double>(ns) / 1e9;
+}
+
+}  // namespace
+
+Inside::Inside() {
+    ++inside_depth;
+}
+Inside::~Inside() {
+    --inside_depth;
+}
+Outside::Outside() : depth_(inside_depth) {
+    inside_depth = 0;
+}
+Outside::~Outside() {
+    inside_depth = depth_;
+}
+bool inside() {
+    return inside_depth > 0;
+}
+
+Machine::Machine(const std::filesystem::path &where, const Options &how)
+    : folder(std::filesystem::canonical(where)),
+      options(how),
+      config(folder / "config"),
+      factory(folder / "factory"),
+      hardware(folder / "hardware.json"),
+      journal(folder),
+      clock(new_clock(how)) {
+    if (!(how.speed > 0) || !std::isfinite(how.speed)) {
+        throw std::runtime_error("a device's speed must be greater than 0");
+    }
+}
+
+std::shared_ptr<Machine> machine() {
+    const std::lock_guard lock(current_mutex);
+    return current;
+}
+
+void open_device(const std::filesystem::path &folder, const Options &options) {
+    const Inside inside;
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error)) {
+        throw std::runtime_error("no device folder " + folder.string());
+    }
+    auto device = std::make_shared<Machine>(folder, options);
+    if (machine()) {
+        close_device();
+    }
+    const std::lock_guard lock(current_mutex);
+    current = std::move(device);
+}
+
+void open_from_environment() {
+    if (machine()) {
+        return;
+    }
+    const char *folder = getenv("VAP_DEVICE");
+    if (folder == nullptr || *folder == '\0') {
+        throw std::runtime_error("no device: VAP_DEVICE names no device folder");
+    }
+    Options options;
+    if (const char *speed = getenv("VAP_SPEED"); speed != nullptr && *speed != '\0') {
+        char *end = nullptr;
+        options.speed = strtod(speed, &end);
+        if (*end != '\0') {
+            throw std::runtime_error("VAP_SPEED is no number: " + std::string(speed));
+        }
+    }
+    open_device(folder, options);
+}
+
+void close_device() {
+    const std::shared_ptr<Machine> device = machine();
+    if (!device) {
+        return;
+    }
+    device->clock.retire();
+    for (;;) {
+        std::unique_lock lock(device->closing_mutex);
+        if (device->closing.empty()) {
+            break;
+        }
+        const std::function<void()> act = std::move(device->closing.back());
+        device->closing.pop_back();
+        lock.unlock();
+        act();
+    }
+    const std::lock_guard lock(current_mutex);
+    current.reset();
+}
+
+void on_close(std::function<void()> act) {
+    Machine &device = need();
+    const std::lock_guard lock(device.closing_mutex);
+    device.closing.push_back(std::move(act));
+}
+
+std::filesystem::path folder() {
+    return need().folder;
+}
+
+std::filesystem::path host_path(const std::string &device_path) {
+    return need().folder / "root" / std::filesystem::path(device_path).relative_path();
+}
+
+void advance(double s) {
+    need().clock.advance_ns(std::llround(s * 1e9));
+}
+void settle() {
+    need().clock.advance_ns(0);
+}
+void begin_work() {
+    need().clock.begin_work();
+}
+void end_work() {
+    need().clock.end_work();
+}
+
+double uptime() {
+    const std::shared_ptr<Machine> device = machine();
+    return device ? seconds(device->clock.uptime_ns()) : 0;
+}
+
+double now() {
+    const std::shared_ptr<Machine> device = machine();
+    return device ? seconds(device->clock.now_ns()) : 0;
+}
+
+std::optional<std::string> config_get(const std::string &key) {
+    return need().config.get(key);
+}
+
+void config_set(const std::string &key, const std::string &value) {
+    if (!need().config.set_now(key, value)) {
+        throw std::runtime_error("the store refuses " + key + "=" + value);
+    }
+}
+
+Json hardware() {
+    return need().hardware.whole();
+}
+
+void patch_hardware(const Json &patch) {
+    need().hardware.patch(patch);
+}
+
+Json hardware_at(const std::string &pointer) {
+    const std::shared_ptr<Machine> device = machine();
+    return device ? device->hardware.at(pointer) : Json();
+}
+
+uint64_t hardware_generation() {
+    const std::shared_ptr<Machine> device = machine();
+    return device ? device->hardware.generation() : 0;
+}
+
+std::vector<Json> journal() {
+    return need().journal.lines();
+}
+
+void clear_journal() {
+    need().journal.clear();
+}
+
+void record(const char *op, Json args, Json result) {
+    const std::shared_ptr<Machine> device = machine();
+    if (!device) {
+        return;
+    }
+    const Inside inside;
+    const double time = std::round(seconds(device->clock.uptime_ns()) * 1e3) / 1e3;
+    Json line;
+    line["time"] = time;
+    line["thread"] = thread_name(device->clock);
+    line["op"] = op;
+    line["args"] = std::move(args);
+    line["result"] = std::move(result);
+    device->journal.append(line);
+}
+
+void note(const std::string &op, Json args, Json result) {
+    record(op.c_str(), std::move(args), std::move(result));
+}
+
+void fail(const std::string &op, int nth, int times, std::optional<long> result) {
+    need().faults.plan(op, nth, times, result);
+}
+
+std::optional<long> due_fault(const char *op, long failure) {
+    const std::shared_ptr<Machine> device = machine();
+    if (!device) {
+        return std::nullopt;
+    }
+    const Inside inside;
+    if (device->faults.behind(device->hardware.generation())) {
+        device->faults.follow(device->hardware.at("/faults"));
+    }
+    return device->faults.due(op, failure);
+}
+
+Json bytes_arg(const void *data, size_t length) {
+    if (data == nullptr) {
+        return nullptr;
+    }
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : std::string_view(static_cast<const char *>(data), length)) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += {digits[byte >> 4], digits[byte & 15]};
+    }
+    return text;
+}
+
+Json text_arg(const char *text) {
+    if (text == nullptr) {
+        return nullptr;
+    }
+    const std::string_view view(text);
+    return valid_text(view) ? Json(std::string(view)) : bytes_arg(text, view.size());
+}
+
+}  // namespace vap

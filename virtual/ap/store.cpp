@@ -1,0 +1,146 @@
+#include "virtual/ap/store.h"
+
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+
+namespace vap {
+namespace {
+
+/** What a file holds, or the sentence that says why it cannot be used. */
+std::optional<Values> load(const std::filesystem::path &file, std::string &problem) {
+    const std::optional<std::string> text = read_file(file);
+    if (!text) {
+        problem = "cannot read " + file.string();
+        return std::nullopt;
+    }
+    int line = 0;
+    std::optional<Values> values = parse_values(*text, &line);
+    if (!values) {
+        problem = file.string() + ", line " + std::to_string(line) + ": no \"key=value\"";
+    }
+    return values;
+}
+
+}  // namespace
+
+bool Lookout::due() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now < next_) {
+        return false;
+    }
+    next_ = now + std::chrono::milliseconds(50);
+    return true;
+}
+
+Store::Store(std::filesystem::path file) : file_(std::move(file)) {
+    stamp_ = file_stamp(file_);
+    std::string problem;
+    std::optional<Values> values = load(file_, problem);
+    if (!values) {
+        throw std::runtime_error(problem);
+    }
+    committed_ = *std::move(values);
+}
+
+void Store::refresh(bool now) {
+    if (!now && !lookout_.due()) {
+        return;
+    }
+    const FileStamp stamp = file_stamp(file_);
+    if (stamp == stamp_) {
+        return;
+    }
+    stamp_ = stamp;
+    std::string problem;
+    std::optional<Values> values = load(file_, problem);
+    broken_ = !values;
+    if (broken_) {
+        fprintf(stderr, "vap: %s; the values read before stay in use\n", problem.c_str());
+        return;
+    }
+    committed_ = *std::move(values);
+}
+
+std::optional<std::string> Store::get(std::string_view key) {
+    const std::lock_guard lock(mutex_);
+    refresh(false);
+    for (const Values *values : {&pending_, &committed_}) {
+        const auto found = values->find(key);
+        if (found != values->end()) {
+            return found->second;
+        }
+    }
+    return std::nullopt;
+}
+
+bool Store::set(std::string_view key, std::string_view value) {
+    if (!valid_key(key) || !valid_value(value)) {
+        return false;
+    }
+    const std::lock_guard lock(mutex_);
+    pending_.insert_or_assign(std::string(key), value);
+    return true;
+}
+
+bool Store::merge(const Values &changes) {
+    const FolderLock folder(file_.parent_path());
+    if (!folder.held()) {
+        return false;
+    }
+    refresh(true);
+    if (broken_) {
+        return false;
+    }
+    Values merged = committed_;
+    for (const auto &[key, value] : changes) {
+        merged.insert_or_assign(key, value);
+    }
+    if (!replace_file(file_, print_values(merged))) {
+        return false;
+    }
+    committed_ = std::move(merged);
+    stamp_ = file_stamp(file_);
+    return true;
+}
+
+bool Store::commit() {
+    const std::lock_guard lock(mutex_);
+    if (!merge(pending_)) {
+        return false;
+    }
+    pending_.clear();
+    return true;
+}
+
+bool Store::set_now(std::string_view key, std::string_view value) {
+    if (!valid_key(key) || !valid_value(value)) {
+        return false;
+    }
+    const std::lock_guard lock(mutex_);
+    return merge({{std::string(key), std::string(value)}});
+}
+
+std::optional<Values> Store::committed() {
+    const std::lock_guard lock(mutex_);
+    refresh(true);
+    if (broken_) {
+        return std::nullopt;
+    }
+    return committed_;
+}
+
+bool Store::replace(const Values &values) {
+    const std::lock_guard lock(mutex_);
+    const FolderLock folder(file_.parent_path());
+    if (!folder.held() || !replace_file(file_, print_values(values))) {
+        return false;
+    }
+    committed_ = values;
+    pending_.clear();
+    stamp_ = file_stamp(file_);
+    broken_ = false;
+    return true;
+}
+
+}  // namespace vap

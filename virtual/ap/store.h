@@ -1,0 +1,69 @@
+/**
+ * A configuration file with one set of pending writes.
+ */
+#ifndef VIRTUAL_AP_STORE_H
+#define VIRTUAL_AP_STORE_H
+
+#include <chrono>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "virtual/ap/files.h"
+#include "virtual/ap/values.h"
+
+namespace vap {
+
+/** Spaces out the look at a file that others may change: true at most every
+ *  50 ms of real time. */
+class Lookout {
+  public:
+    bool due();
+
+  private:
+    std::chrono::steady_clock::time_point next_{};
+};
+
+class Store {
+  public:
+    /** Opens the file; throws std::runtime_error with a sentence when it cannot
+     *  be read or holds a malformed line. */
+    explicit Store(std::filesystem::path file);
+
+    /** Pending value, else the committed one. */
+    std::optional<std::string> get(std::string_view key);
+
+    /** Adds to the pending set. False: key or value cannot be stored. */
+    bool set(std::string_view key, std::string_view value);
+
+    /** Merges the pending set into what stands on disk now. False: nothing was
+     *  saved, the pending set stays. */
+    bool commit();
+
+    /** Commits one value at once, past the pending set, which keeps its own. */
+    bool set_now(std::string_view key, std::string_view value);
+
+    /** What stands on disk now; nothing when it is broken. */
+    std::optional<Values> committed();
+
+    /** Replaces the whole file and drops the pending set. */
+    bool replace(const Values &values);
+
+  private:
+    void refresh(bool now);
+    bool merge(const Values &changes);
+
+    std::filesystem::path file_;
+    std::mutex mutex_;
+    Lookout lookout_;
+    FileStamp stamp_;
+    bool broken_ = false; /**< what stands on disk is malformed */
+    Values committed_;
+    Values pending_;
+};
+
+}  // namespace vap
+
+#endif

@@ -1,0 +1,166 @@
+/**
+ * System tools: restart, status, firmware writing, notices, logs.
+ */
+#include "platform/systool.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "virtual/ap/effect.h"
+#include "virtual/ap/machine.h"
+
+using vap::Json;
+using vap::text_arg;
+
+namespace {
+
+/** Copies a text into a field, cut and terminated. */
+template <size_t N>
+void fill(char (&field)[N], const std::string &text) {
+    snprintf(field, N, "%s", text.c_str());
+}
+
+int whole_seconds() {
+    return static_cast<int>(static_cast<int64_t>(vap::uptime()));
+}
+
+bool others_stopped() {
+    const std::shared_ptr<vap::Machine> device = vap::machine();
+    if (!device) {
+        return false;
+    }
+    const std::lock_guard lock(device->processes.mutex);
+    return device->processes.others_stopped;
+}
+
+}  // namespace
+
+extern "C" {
+
+int systool_sys_handle(int action) {
+    return vap::effect("systool_sys_handle", Json::array({action}), -1, [&] {
+        if (action != SYSTOOL_REBOOT && action != SYSTOOL_RESTORE_FACTORY) {
+            return -1;
+        }
+        vap::restart_device(action == SYSTOOL_RESTORE_FACTORY);
+        return 0;
+    });
+}
+
+void systool_reboot_if_necessary(void) {
+    vap::effect("systool_reboot_if_necessary", Json::array());
+    if (others_stopped()) {
+        vap::restart_device(false);
+    }
+}
+
+long system_get_uptime(void) {
+    return whole_seconds();
+}
+
+void system_init_core_dump(void) {
+    vap::effect("system_init_core_dump", Json::array(), -1, [] {
+        rlimit limit{};
+        getrlimit(RLIMIT_CORE, &limit);
+        limit.rlim_cur = limit.rlim_max;
+        return setrlimit(RLIMIT_CORE, &limit);
+    });
+}
+
+int systool_sys_status_get(const char *, sys_status *status) {
+    if (const std::optional<long> fault = vap::due_fault("systool_sys_status_get", -1)) {
+        return static_cast<int>(*fault);
+    }
+    *status = {};
+    status->cpu = vap::hardware_or("/system/cpu", 8);
+    status->run_time = whole_seconds();
+    status->mem = vap::hardware_or("/system/mem", 45);
+    status->rom = vap::hardware_or("/system/rom", 60);
+    fill(status->version,
+         vap::hardware_or<std::string>("/system/version", "V1.0.0.11(10862)") + "\n");
+    return 0;
+}
+
+unsigned long systool_get_free_memory_size(void) {
+    const auto free = vap::hardware_or<uint64_t>("/memory/free", 32u << 20);
+    const auto freed = vap::hardware_or<uint64_t>("/memory/freed_by_stopping", 8u << 20);
+    return static_cast<unsigned long>(free + (others_stopped() ? freed : 0));
+}
+
+int systool_write_image_ap(const char *path, int type) {
+    const int result =
+        vap::effect("systool_write_image_ap", Json::array({text_arg(path), type}), -1,
+                    [&] { return path != nullptr && vap::write_flash(path) ? 0 : -1; });
+    if (result != 0) {
+        return result;
+    }
+    vap::restart_device(false);
+    const std::shared_ptr<vap::Machine> device = vap::machine();
+    while (device && device->options.restarts_process) {
+        device->clock.sleep_ns(1'000'000'000);  // the restart ends the process
+    }
+    return result;
+}
+
+int systool_kill_all_process(int mode, const char *spare) {
+    return vap::effect("systool_kill_all_process", Json::array({mode, text_arg(spare)}), -1, [&] {
+        const std::shared_ptr<vap::Machine> device = vap::machine();
+        if (!device || mode != 1) {
+            return -1;
+        }
+        const std::lock_guard lock(device->processes.mutex);
+        device->processes.others_stopped = true;
+        device->processes.spared = {spare == nullptr ? "" : spare};
+        return 0;
+    });
+}
+
+int send_msg_to_netctrl(int module, const char *text) {
+    return vap::effect("send_msg_to_netctrl", Json::array({module, text_arg(text)}));
+}
+
+int send_wifi_msg_handle(int message, int band) {
+    return vap::effect("send_wifi_msg_handle", Json::array({message, band}));
+}
+
+int file_syslog_get_lists(syslog_record *records, int first, int *count, int max) {
+    if (const std::optional<long> fault = vap::due_fault("file_syslog_get_lists", -1)) {
+        return static_cast<int>(*fault);
+    }
+    const Json log = vap::hardware_at("/syslog");
+    if (first < 0 || max < 0 || !(log.is_null() || log.is_array())) {
+        return -1;
+    }
+    const size_t begin = std::min(static_cast<size_t>(first), log.size());
+    const size_t rows = std::min(static_cast<size_t>(max), log.size() - begin);
+    try {
+        for (size_t i = 0; i < rows; ++i) {
+            const Json &row = log[begin + i];
+            records[i] = {};
+            fill(records[i].time, row.value("time", ""));
+            records[i].type = row.value("type", 0);
+            fill(records[i].event, row.value("event", ""));
+        }
+    } catch (const Json::exception &) {
+        return -1;
+    }
+    *count = static_cast<int>(rows);
+    return 0;
+}
+
+void log_debug_print(const char *function, int line, int level, int module, const char *format,
+                     ...) {
+    char text[1024];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    vap::effect("log_debug_print",
+                Json::array({text_arg(function), line, level, module, text_arg(text)}));
+}
+
+}  // extern "C"
