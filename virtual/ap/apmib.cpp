@@ -42,20 +42,6 @@ int save(const char *op, vap::Store vap::Machine::*store) {
     });
 }
 
-/** SSID slot of a BSSID identifier, -1 for an unknown one. */
-int bssid_slot(int id) {
-    if (id == APMIB_BSSID_SLOT0) {
-        return 0;
-    }
-    if (id >= APMIB_BSSID_SLOT1 && id < APMIB_BSSID_SLOT1 + 4) {
-        return id - APMIB_BSSID_SLOT1 + 1;
-    }
-    if (id >= APMIB_BSSID_SLOT5 && id < APMIB_BSSID_SLOT5 + 3) {
-        return id - APMIB_BSSID_SLOT5 + 5;
-    }
-    return -1;
-}
-
 }  // namespace
 
 extern "C" {
@@ -83,21 +69,7 @@ int CommitCfm(void) {
 }
 
 int apmib_get(int id, void *value) {
-    const int slot = bssid_slot(id);
-    if (slot < 0) {
-        return 0;
-    }
-    const Json text = vap::hardware_at("/bssids/" + std::to_string(slot));
-    unsigned int bytes[6];
-    if (!text.is_string() ||
-        sscanf(text.get_ref<const std::string &>().c_str(), "%2x:%2x:%2x:%2x:%2x:%2x", &bytes[0],
-               &bytes[1], &bytes[2], &bytes[3], &bytes[4], &bytes[5]) != 6) {
-        return 0;
-    }
-    for (int i = 0; i < 6; ++i) {
-        static_cast<unsigned char *>(value)[i] = static_cast<unsigned char>(bytes[i]);
-    }
-    return 1;
+    return vap::bssid_of(id, static_cast<uint8_t *>(value));
 }
 
 int ApmibGetValue(const char *key, char *value) {

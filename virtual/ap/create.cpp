@@ -33,19 +33,6 @@ bool valid_serial(const std::string &serial) {
     });
 }
 
-/** MAC of a device's interface: its own for each serial number, locally
- *  administered; `last` tells the interfaces of one device apart. */
-std::string mac(const std::string &serial, unsigned int last) {
-    uint32_t hash = 2166136261u;  // FNV-1a
-    for (const char c : serial) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
-    }
-    char text[18];
-    snprintf(text, sizeof text, "02:5a:%02x:%02x:%02x:%02x", hash >> 24, hash >> 16 & 0xff,
-             hash >> 8 & 0xff, last);
-    return text;
-}
-
 struct Row {
     const char *key;
     const char *value;
@@ -116,22 +103,10 @@ void write_new(const std::filesystem::path &file, const std::string &text) {
     }
 }
 
-/** Channel use of a radio as its driver prints it. */
-std::string channel_use(std::initializer_list<std::pair<int, int>> rows) {
-    std::string text;
-    for (const auto &[channel, percent] : rows) {
-        text += "Channel:" + std::to_string(channel) +
-                " Noise:-92 Busy:" + std::to_string(percent / 2) +
-                " Use:" + std::to_string(percent) + "\n";
-    }
-    return text;
-}
-
 }  // namespace
 
 Values default_configuration(const std::string &model) {
     Values values;
-    add(values, "", {});
     for (const Row &row : system_defaults) {
         values[row.key] = row.value;
     }
@@ -143,21 +118,21 @@ Values default_configuration(const std::string &model) {
     return values;
 }
 
-Json default_hardware(const NewDevice &device) {
-    Json hardware;
-    hardware["system"] = {{"cpu", 8}, {"mem", 45}, {"rom", 60}, {"version", "V1.0.0.11(10862)"}};
-    hardware["memory"] = {{"free", 32 << 20}, {"freed_by_stopping", 8 << 20}};
-    hardware["processes"] = Json::array({"netctrl", "wifid", "cfm", "norvex"});
-    Json bssids = Json::array();
-    for (unsigned int slot = 0; slot < 8; ++slot) {
-        bssids.push_back(mac(device.serial, 0x10 + slot));
-    }
-    hardware["bssids"] = bssids;
-    hardware["lan_mac"] = mac(device.serial, 0);
-    hardware["syslog"] = Json::array(
-        {{{"time", "2024-01-01 00:00:05"}, {"type", 1}, {"event", "System is started"}}});
-    return hardware;
+namespace {
+
+/** The parts of the hardware description that the system tools answer from. */
+Json default_system() {
+    Json parts;
+    parts["system"] = {{"cpu", 8}, {"mem", 45}, {"rom", 60}, {"version", "V1.0.0.11(10862)"}};
+    parts["memory"] = {{"free", 32 << 20}, {"freed_by_stopping", 8 << 20}};
+    parts["processes"] = Json::array({"netctrl", "wifid", "cfm", "norvex"});
+    const Json start = {
+        {"time", "2024-01-01 00:00:05"}, {"type", 1}, {"event", "System is started"}};
+    parts["syslog"] = Json::array({start});
+    return parts;
 }
+
+}  // namespace
 
 void create_device(const std::filesystem::path &folder, const NewDevice &options) {
     const Inside inside;
@@ -187,10 +162,10 @@ void create_device(const std::filesystem::path &folder, const NewDevice &options
     write_new(folder / "factory",
               print_values({{"ZQ_ATE_SN", device.serial}, {"ZQ_ATE_MODEL", device.model}}));
     write_new(folder / "config", print_values(default_configuration(device.model)));
-    write_new(folder / "hardware.json", default_hardware(device).dump(2) + "\n");
+    Json hardware = default_hardware(device);
+    hardware.update(default_system());
+    write_new(folder / "hardware.json", hardware.dump(2) + "\n");
     write_new(folder / "journal.jsonl", "");
-    write_new(folder / "root/proc/wlan0/ch_util", channel_use({{1, 30}, {6, 24}, {11, 41}}));
-    write_new(folder / "root/proc/wlan1/ch_util", channel_use({{36, 12}, {44, 9}, {149, 18}}));
 }
 
 }  // namespace vap

@@ -89,8 +89,11 @@ void open_device(const std::filesystem::path &folder, const Options &options) {
     if (machine()) {
         close_device();
     }
-    const std::lock_guard lock(current_mutex);
-    current = std::move(device);
+    {
+        const std::lock_guard lock(current_mutex);
+        current = std::move(device);
+    }
+    start_hardware();
 }
 
 void open_from_environment() {
@@ -185,6 +188,7 @@ Json hardware() {
 
 void patch_hardware(const Json &patch) {
     need().hardware.patch(patch);
+    hardware_changed();
 }
 
 Json hardware_at(const std::string &pointer) {

@@ -68,7 +68,6 @@ void open_from_environment();
 
 /** Configuration of a device that is new or restored. */
 Values default_configuration(const std::string &model);
-Json default_hardware(const NewDevice &device);
 
 /** Is the calling thread inside libvap's own work? */
 bool inside();

@@ -1,5 +1,5 @@
 /**
- * The end of the device's life: restart, factory restore, flash.
+ * The end of the device's life: restart and factory restore.
  */
 #include <unistd.h>
 
@@ -49,16 +49,6 @@ void restart_device(bool restore) {
     if (before == 0) {
         std::thread(end_process, device).detach();
     }
-}
-
-bool write_flash(const std::string &device_path) {
-    const std::shared_ptr<Machine> device = machine();
-    if (!device) {
-        return false;
-    }
-    const Inside inside;
-    const std::optional<std::string> image = read_file(host_path(device_path));
-    return image && replace_file(device->folder / "flash", *image);
 }
 
 }  // namespace vap
