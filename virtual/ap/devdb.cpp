@@ -30,9 +30,10 @@ std::list<Table> &tables() {
 
 bool table_word(const char *text) {
     const std::string_view word = text == nullptr ? "" : text;
-    return !word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
-                                                   "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                                   "0123456789_-") == word.npos;
+    return !word.empty() && word.find_first_not_of(
+                                "abcdefghijklmnopqrstuvwxyz"
+                                "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                "0123456789_-") == word.npos;
 }
 
 /** The columns as JSON; null when one makes no sense. */

@@ -29,14 +29,14 @@ std::string mac_text(const Mac &mac);
 
 /** The radios; the index is the radio number. */
 struct Band {
-    int code;               /**< band code of the Wi-Fi functions */
-    const char *key;        /**< member of "radios" and "scan" */
-    const char *name_key;   /**< member of "names": its main interface */
-    const char *interface;  /**< name of a new device's main interface */
-    int slots;              /**< SSIDs */
+    int code;              /**< band code of the Wi-Fi functions */
+    const char *key;       /**< member of "radios" and "scan" */
+    const char *name_key;  /**< member of "names": its main interface */
+    const char *interface; /**< name of a new device's main interface */
+    int slots;             /**< SSIDs */
 };
-constexpr std::array<Band, 2> bands{{{24, "24", "radio_2g", "wlan1", 8},
-                                     {5, "5", "radio_5g", "wlan0", 4}}};
+constexpr std::array<Band, 2> bands{
+    {{24, "24", "radio_2g", "wlan1", 8}, {5, "5", "radio_5g", "wlan0", 4}}};
 
 /** Radio number of a band code, -1 for another number. */
 int radio_of_band(int code);

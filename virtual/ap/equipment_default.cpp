@@ -29,7 +29,9 @@ std::string mac_at(Mac mac, int index) {
     return mac_text(mac);
 }
 
-Json traffic(int rate) { return {{"bytes", 0}, {"rate", rate}}; }
+Json traffic(int rate) {
+    return {{"bytes", 0}, {"rate", rate}};
+}
 
 Json interface(const std::string &mac, int rx_rate = 0, int tx_rate = 0) {
     return {{"mac", mac}, {"rx", traffic(rx_rate)}, {"tx", traffic(tx_rate)}};

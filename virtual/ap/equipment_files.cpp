@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "virtual/ap/files.h"
 #include "virtual/ap/equipment.h"
+#include "virtual/ap/files.h"
 
 namespace vap {
 namespace {

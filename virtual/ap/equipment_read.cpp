@@ -163,8 +163,9 @@ std::optional<Station> read_station(const std::string &name, const Part &part,
     const int radio = radio_of_band(part["band"].integer().value_or(bands[0].code));
     const int slot = part["ssid"].integer().value_or(0);
     if (!mac || radio < 0 || slot < 0 || slot >= bands[radio].slots) {
-        complain(part.path(), "is no station: it needs a MAC address as its name, \"band\" 24 or "
-                              "5, and an \"ssid\" of that radio");
+        complain(part.path(),
+                 "is no station: it needs a MAC address as its name, \"band\" 24 or "
+                 "5, and an \"ssid\" of that radio");
         return std::nullopt;
     }
     if (!equipment.radios[radio]) {
@@ -313,19 +314,18 @@ Equipment read_equipment(const Json &description) {
     }
     for (size_t i = 0; i < bands.size(); i++) {
         equipment.radios[i] = read_radio(all["radios"][bands[i].key], all["scan"][bands[i].key],
-                                        equipment.names[radio_2g_name + i]);
+                                         equipment.names[radio_2g_name + i]);
     }
-    all["bssids"].each([&](const std::string &, const Part &bssid) {
-        equipment.bssids.push_back(bssid.mac());
-    });
+    all["bssids"].each(
+        [&](const std::string &, const Part &bssid) { equipment.bssids.push_back(bssid.mac()); });
     read_stations(all["stations"], equipment);
     read_arp(all["arp"], equipment);
     equipment.interfaces = read_interfaces(all["interfaces"]);
     equipment.ports = read_ports(all["ports"]);
     equipment.topology = {.port = all["topology"]["port"].integer(),
-                         .if_name = all["topology"]["if_name"].text(),
-                         .data = all["topology"]["data"].text(),
-                         .silent = all["topology"]["silent"].flag(false)};
+                          .if_name = all["topology"]["if_name"].text(),
+                          .data = all["topology"]["data"].text(),
+                          .silent = all["topology"]["silent"].flag(false)};
     equipment.discovery = read_discovery(all["discovery"]);
     equipment.ping = read_ping(all["ping"]);
     equipment.firmware = read_firmware(all["firmware"]);

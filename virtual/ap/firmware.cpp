@@ -100,10 +100,11 @@ int check_fw_valid_ap(int type, const char *path) {
 }
 
 int check_mtd_size_ap(int, const char *path) {
-    return verdict("check_mtd_size_ap", &FirmwareLibrary::mtd_size, [&](const FirmwareLibrary &own) {
-        const ImageFile image(path);
-        return image.size && *image.size <= own.partition_size;
-    });
+    return verdict("check_mtd_size_ap", &FirmwareLibrary::mtd_size,
+                   [&](const FirmwareLibrary &own) {
+                       const ImageFile image(path);
+                       return image.size && *image.size <= own.partition_size;
+                   });
 }
 
 int check_fw_crc_ap(int type, const void *image) {

@@ -31,7 +31,8 @@ std::span<const uint8_t> bytes_of(const std::string &text) {
 }  // namespace
 
 std::optional<ImageHeader> image_header(std::span<const uint8_t> bytes) {
-    if (bytes.size() < image_header_size || !std::equal(magic.begin(), magic.end(), bytes.begin())) {
+    if (bytes.size() < image_header_size ||
+        !std::equal(magic.begin(), magic.end(), bytes.begin())) {
         return std::nullopt;
     }
     const auto *model = reinterpret_cast<const char *>(&bytes[model_at]);

@@ -70,11 +70,11 @@ int ifaddrs_get_if_netmac(const char *ifname, uint8_t *mac) {
         return static_cast<int>(*fault);
     }
     const bool done = mac != nullptr && with_interface(ifname, [&](const Interface &found, double) {
-        if (found.mac) {
-            std::ranges::copy(*found.mac, mac);
-        }
-        return found.mac.has_value();
-    });
+                          if (found.mac) {
+                              std::ranges::copy(*found.mac, mac);
+                          }
+                          return found.mac.has_value();
+                      });
     return done ? 0 : refuse("ifaddrs_get_if_netmac", Json::array({text_arg(ifname)}), -1);
 }
 
@@ -83,11 +83,11 @@ int ifaddrs_get_ifip(const char *ifname, char *ip) {
         return static_cast<int>(*fault);
     }
     const bool done = ip != nullptr && with_interface(ifname, [&](const Interface &found, double) {
-        if (!found.ip.empty()) {
-            snprintf(ip, 16, "%s", found.ip.c_str());
-        }
-        return !found.ip.empty();
-    });
+                          if (!found.ip.empty()) {
+                              snprintf(ip, 16, "%s", found.ip.c_str());
+                          }
+                          return !found.ip.empty();
+                      });
     return done ? 0 : refuse("ifaddrs_get_ifip", Json::array({text_arg(ifname)}), -1);
 }
 
@@ -120,9 +120,13 @@ int ifaddrs_ethaddr_aton(const char *text, uint8_t *mac) {
     return 0;
 }
 
-void string_upper_mac(const char *in, char *out) { change_case(in, out, 'a', 'z', 'A' - 'a'); }
+void string_upper_mac(const char *in, char *out) {
+    change_case(in, out, 'a', 'z', 'A' - 'a');
+}
 
-void string_lower_mac(const char *in, char *out) { change_case(in, out, 'A', 'Z', 'a' - 'A'); }
+void string_lower_mac(const char *in, char *out) {
+    change_case(in, out, 'A', 'Z', 'a' - 'A');
+}
 
 int hal_get_port_link_status(int port) {
     if (const auto fault = due_fault("hal_get_port_link_status", 0)) {

@@ -141,9 +141,10 @@ int get_client_ip_by_mac(wifi_sta *stations, int count) {
     }
     const std::vector<ArpEntry> table = arp_table(equipment_now());
     for (int i = 0; i < std::min(count, WIFI_STATIONS_MAX); i++) {
-        const std::optional<Mac> mac = mac_of(std::string(stations[i].mac, strnlen(stations[i].mac, 18)));
-        const auto found = std::ranges::find_if(
-            table, [&](const ArpEntry &entry) { return mac == entry.mac; });
+        const std::optional<Mac> mac =
+            mac_of(std::string(stations[i].mac, strnlen(stations[i].mac, 18)));
+        const auto found =
+            std::ranges::find_if(table, [&](const ArpEntry &entry) { return mac == entry.mac; });
         if (found != table.end()) {
             inet_ntop(AF_INET, found->ip.data(), stations[i].ip, sizeof stations[i].ip);
         }
