@@ -35,6 +35,8 @@ int main(int argc, char **argv) {
     add_run_command(app);
     add_journal_command(app);
     add_send_command(app);
+    add_station_command(app);
+    add_image_command(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

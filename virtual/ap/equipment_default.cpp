@@ -40,7 +40,7 @@ Json interface(const std::string &mac, int rx_rate = 0, int tx_rate = 0) {
 Json default_interfaces(const Mac &mac) {
     Json all = Json::object();
     all["br0"] = interface(mac_at(mac, 0), 24'000, 96'000);
-    all["br0"]["ip"] = "192.168.0.254";
+    all["br0"]["ip"] = "192.168.188.253";
     all["eth0"] = interface(mac_at(mac, 0), 96'000, 24'000);
     all["eth1"] = interface(mac_at(mac, uplink_mac));
     for (size_t radio = 0; radio < bands.size(); radio++) {
@@ -128,7 +128,7 @@ Json default_hardware(const NewDevice &options) {
             {"topology", {{"port", 1}, {"if_name", "eth0"}}},
             {"discovery", "answers"},
             {"ping", {{"*", {{"address", "192.0.2.1"}, {"replies", Json::array({8.2})}}}}},
-            {"firmware", {{"model", options.model}, {"partition_size", 16 * 1024 * 1024}}}};
+            {"firmware", {{"model", options.model}, {"partition_size", 16 << 20}}}};
 }
 
 }  // namespace vap

@@ -171,16 +171,17 @@ std::optional<Station> read_station(const std::string &name, const Part &part,
     if (!equipment.radios[radio]) {
         return std::nullopt;
     }
-    Station station{.mac = *mac,
-                    .mac_text = mac_text(*mac),
-                    .ip = part["ip"].text().value_or(""),
-                    .signal = part["signal"].text().value_or("-50"),
-                    .radio = radio,
-                    .slot = slot,
-                    .os = part["os"].integer().value_or(0),
-                    .in_arp = part["in_arp"].flag(true),
-                    .since = part["since"].number(),
-                    .interface = ssid_interface(equipment.radios[radio]->interface, slot)};
+    Station station;
+    station.mac = *mac;
+    station.mac_text = mac_text(*mac);
+    station.ip = part["ip"].text().value_or("");
+    station.signal = part["signal"].text().value_or("-50");
+    station.radio = radio;
+    station.slot = slot;
+    station.os = part["os"].integer().value_or(0);
+    station.in_arp = part["in_arp"].flag(true);
+    station.since = part["since"].number();
+    station.interface = ssid_interface(equipment.radios[radio]->interface, slot);
     station.down = read_traffic(part["down"]).bytes;
     station.up = read_traffic(part["up"]).bytes;
     return station;
