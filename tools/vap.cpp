@@ -10,11 +10,12 @@ namespace {
 
 /** Sentences of the command line reader in the tool's own form. */
 std::string failure_text(const CLI::App *app, const CLI::Error &error) {
-    const CLI::App *at = app;
-    while (!at->get_subcommands().empty()) {
-        at = at->get_subcommands().front();
+    std::string command;
+    for (const CLI::App *at = app; at != nullptr;
+         at = at->get_subcommands().empty() ? nullptr : at->get_subcommands().front()) {
+        command += at->get_name() + " ";
     }
-    return std::string("vap: ") + error.what() + " (see " + at->get_display_name() + " --help)\n";
+    return std::string("vap: ") + error.what() + " (see " + command + "--help)\n";
 }
 
 }  // namespace
