@@ -4,6 +4,19 @@
 
 #include <CLI/CLI.hpp>
 
+/** vap new|get|set: device folders and their configuration. Errors of every
+ *  command are thrown as std::exception with a sentence. */
+void add_device_commands(CLI::App &app);
+
+/** vap run: the agent on a device. */
+void add_run_command(CLI::App &app);
+
+/** vap journal. */
+void add_journal_command(CLI::App &app);
+
+/** vap send: a message to the agent's control socket. */
+void add_send_command(CLI::App &app);
+
 /** vap station add|remove|list: the Wi-Fi clients of a device, also while the
  *  agent runs on it. Errors are thrown as std::runtime_error. */
 void add_station_command(CLI::App &app);

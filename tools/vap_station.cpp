@@ -121,7 +121,8 @@ void remove(const Arguments &given) {
 
 void list(const Arguments &given) {
     vap::Hardware hardware = open_hardware(given.folder);
-    for (const auto &[mac, station] : stations_of(hardware).items()) {
+    const Json stations = stations_of(hardware);
+    for (const auto &[mac, station] : stations.items()) {
         const auto text = [&](const char *key) {
             const Json value = station.is_object() ? station.value(key, Json()) : Json();
             return value.is_string() ? value.get<std::string>()

@@ -151,8 +151,7 @@ void create_device(const std::filesystem::path &folder, const NewDevice &options
     if (std::filesystem::exists(folder, error) && !std::filesystem::is_empty(folder, error)) {
         throw std::runtime_error(folder.string() + " is there already and not empty");
     }
-    for (const char *part :
-         {"bin", "root/etc/nxapi", "root/tmp", "root/var", "root/proc/wlan0", "root/proc/wlan1"}) {
+    for (const char *part : {"bin", "root/etc/nxapi", "root/tmp", "root/var", "root/proc"}) {
         std::filesystem::create_directories(folder / part, error);
         if (error) {
             throw std::runtime_error("cannot create " + (folder / part).string() + ": " +

@@ -26,9 +26,10 @@ Json whole_description() {
     if (!description.is_object()) {
         description = Json::object();
     }
-    for (auto &[section, value] : default_hardware({.serial = "", .model = ""}).items()) {
+    const Json fresh = default_hardware({.serial = "", .model = ""});
+    for (const auto &[section, value] : fresh.items()) {
         if (!description.contains(section) || description[section].is_null()) {
-            description[section] = std::move(value);
+            description[section] = value;
         }
     }
     return description;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <utility>
 
 #include "virtual/ap/device.h"
@@ -92,6 +93,14 @@ FileStamp file_stamp(const std::filesystem::path &path) {
     }
     return {state.st_dev, state.st_ino, state.st_size,
             static_cast<int64_t>(state.st_mtim.tv_sec) * 1'000'000'000 + state.st_mtim.tv_nsec};
+}
+
+LocalAddress::LocalAddress(const std::filesystem::path &file) {
+    const Inside inside;
+    folder_ = Descriptor(open(file.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    address_.sun_family = AF_UNIX;
+    snprintf(address_.sun_path, sizeof address_.sun_path, "/proc/self/fd/%d/%s", folder_.get(),
+             file.filename().c_str());
 }
 
 FolderLock::FolderLock(const std::filesystem::path &folder) {

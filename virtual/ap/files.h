@@ -4,7 +4,9 @@
 #ifndef VIRTUAL_AP_FILES_H
 #define VIRTUAL_AP_FILES_H
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 #include <filesystem>
 #include <optional>
@@ -57,6 +59,20 @@ class FolderLock {
 
   private:
     Descriptor fd_;
+};
+
+/** Address of a local socket at a path of any length, which would not fit into an
+ *  address: the way leads through a descriptor, so the address holds only while
+ *  this record lives. */
+class LocalAddress {
+  public:
+    explicit LocalAddress(const std::filesystem::path &file);
+    const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&address_); }
+    socklen_t length() const { return sizeof address_; }
+
+  private:
+    Descriptor folder_;
+    sockaddr_un address_{};
 };
 
 }  // namespace vap

@@ -3,14 +3,12 @@
  * other machines stay here.
  */
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 
 #include "virtual/ap/interpose.h"
@@ -31,21 +29,14 @@ std::string local_path(const sockaddr *address, socklen_t length) {
     return {path, strnlen(path, length - head)};
 }
 
-/** Calls `next` with the folder's file in place of a device path. The folder may
- *  have a longer name than an address holds, so the way leads through a
- *  descriptor. */
+/** Calls `next` with the folder's file in place of a device path. */
 int call_in_folder(SocketCall *next, int fd, const std::string &device_path) {
     const vap::Inside inside;
     const std::filesystem::path file = vap::host_path(device_path);
     std::error_code ignored;
     std::filesystem::create_directories(file.parent_path(), ignored);
-    const vap::Descriptor folder(
-        open(file.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", folder.get(),
-             file.filename().c_str());
-    return next(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    const vap::LocalAddress address(file);
+    return next(fd, address.get(), address.length());
 }
 
 /** Would the packet leave the machine? */

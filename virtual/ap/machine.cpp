@@ -113,6 +113,10 @@ void open_from_environment() {
         }
     }
     open_device(folder, options);
+    setvbuf(stdout, nullptr, _IOLBF, 0);  // trace lines reach a pipe as they are made
+    if (getenv("VAP_TRACE") != nullptr) {
+        machine()->config.show("nx.debug", "1");
+    }
 }
 
 void close_device() {

@@ -62,8 +62,9 @@ struct Machine {
 /** The current device; null when there is none. */
 std::shared_ptr<Machine> machine();
 
-/** Opens the device that the environment names (VAP_DEVICE, VAP_SPEED) unless
- *  one is open; throws std::runtime_error with a sentence. */
+/** Opens the device that the environment names unless one is open: VAP_DEVICE its
+ *  folder, VAP_SPEED how fast its time passes, VAP_TRACE (any value) to show
+ *  "nx.debug" as 1. Throws std::runtime_error with a sentence. */
 void open_from_environment();
 
 /** Configuration of a device that is new or restored. */

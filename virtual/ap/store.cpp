@@ -65,7 +65,7 @@ void Store::refresh(bool now) {
 std::optional<std::string> Store::get(std::string_view key) {
     const std::lock_guard lock(mutex_);
     refresh(false);
-    for (const Values *values : {&pending_, &committed_}) {
+    for (const Values *values : {&pending_, &shown_, &committed_}) {
         const auto found = values->find(key);
         if (found != values->end()) {
             return found->second;
@@ -119,6 +119,11 @@ bool Store::set_now(std::string_view key, std::string_view value) {
     }
     const std::lock_guard lock(mutex_);
     return merge({{std::string(key), std::string(value)}});
+}
+
+void Store::show(std::string_view key, std::string_view value) {
+    const std::lock_guard lock(mutex_);
+    shown_.insert_or_assign(std::string(key), value);
 }
 
 std::optional<Values> Store::committed() {

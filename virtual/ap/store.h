@@ -45,6 +45,10 @@ class Store {
     /** Commits one value at once, past the pending set, which keeps its own. */
     bool set_now(std::string_view key, std::string_view value);
 
+    /** Shows a value in place of the committed one for as long as this process
+     *  runs, without ever saving it. */
+    void show(std::string_view key, std::string_view value);
+
     /** What stands on disk now; nothing when it is broken. */
     std::optional<Values> committed();
 
@@ -62,6 +66,7 @@ class Store {
     bool broken_ = false; /**< what stands on disk is malformed */
     Values committed_;
     Values pending_;
+    Values shown_;
 };
 
 }  // namespace vap
