@@ -55,7 +55,7 @@ Answer call(const std::string &family, int slot, const char *request) {
         return {};
     }
     const int length = request == nullptr ? 0 : static_cast<int>(std::string_view(request).size());
-    const Reply reply = run_command(*index, static_cast<size_t>(slot), request, length);
+    const Reply reply = run_command(registry(), *index, static_cast<size_t>(slot), request, length);
     Answer answer;
     answer.result = reply.result;
     if (reply.text != nullptr) {
@@ -66,7 +66,7 @@ Answer call(const std::string &family, int slot, const char *request) {
 }
 
 int assign_serial(const std::string &serial) {
-    return run_serial_setter(serial.c_str(), static_cast<int>(serial.size()));
+    return run_serial_setter(registry(), serial.c_str(), static_cast<int>(serial.size()));
 }
 
 }  // namespace nxapi

@@ -28,12 +28,13 @@ Reply::~Reply() {
     cJSON_free(text);
 }
 
-Reply run_command(size_t family, size_t slot, const char *request, int request_length) {
+Reply run_command(const Registry &registry, size_t family, size_t slot, const char *request,
+                  int request_length) {
     Reply reply;
     if (family >= families.size() || slot >= families[family].slots) {
         return reply;
     }
-    const nx_slot entry = registry().tables[family][slot];
+    const nx_slot entry = registry.tables[family][slot];
     if (entry.callback == nullptr) {
         return reply;
     }
@@ -48,9 +49,9 @@ Reply run_command(size_t family, size_t slot, const char *request, int request_l
     return reply;
 }
 
-int run_serial_setter(const char *serial, int length) {
-    const nx_serial_setter setter = registry().set_serial;
-    return setter == nullptr ? -1 : setter(nullptr, length, serial, nullptr);
+int run_serial_setter(const Registry &registry, const char *serial, int length) {
+    return registry.set_serial == nullptr ? -1
+                                          : registry.set_serial(nullptr, length, serial, nullptr);
 }
 
 }  // namespace nxapi

@@ -34,6 +34,7 @@ struct Registry {
     nx_serial_setter set_serial = nullptr;
 };
 
+/** The one of the process, which the contract's functions fill. */
 Registry &registry();
 
 /** Index of a family in `families`; nothing for an unknown name. */
@@ -54,10 +55,11 @@ struct Reply {
 /** Runs a slot's callback on the calling thread. `request` may be null. An empty
  *  slot, or one outside the family, gives -1 without a text; so does a callback
  *  that fails. */
-Reply run_command(size_t family, size_t slot, const char *request, int request_length);
+Reply run_command(const Registry &registry, size_t family, size_t slot, const char *request,
+                  int request_length);
 
 /** Hands the agent its new serial number; the setter's result, -1 without one. */
-int run_serial_setter(const char *serial, int length);
+int run_serial_setter(const Registry &registry, const char *serial, int length);
 
 }  // namespace nxapi
 

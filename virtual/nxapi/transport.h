@@ -1,6 +1,6 @@
 /**
- * The two ways out of the library: the local transport of a test and the
- * connection to a broker.
+ * Who takes the calls of the agent: a test's local transport, or the client that is
+ * linked to a broker.
  */
 #ifndef VIRTUAL_NXAPI_TRANSPORT_H
 #define VIRTUAL_NXAPI_TRANSPORT_H
@@ -10,12 +10,12 @@
 
 namespace nxapi {
 
-/** True between `begin_local` and `end_local`. */
-bool is_local();
-
 /** Hands a call of the agent to the sink of the local transport: its result, or
  *  nothing when the process is not local. Any thread. */
 std::optional<int> local_call(const char *call, std::string_view data = {});
+
+/** Ends the client that `nx_api_lib_init` made, so that a test can make another. */
+void close_cloud();
 
 }  // namespace nxapi
 

@@ -1,0 +1,58 @@
+/**
+ * The commands that wait for the main thread.
+ */
+#ifndef VIRTUAL_NXAPI_INBOX_H
+#define VIRTUAL_NXAPI_INBOX_H
+
+#include <cstddef>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "virtual/nxapi/command.h"
+#include "virtual/nxapi/event.h"
+
+namespace nxapi {
+
+class Inbox {
+  public:
+    /** What waits at most: commands, and bytes of their requests. A main thread that
+     *  is busy for minutes must not cost memory without end. */
+    static constexpr size_t most_commands = 256;
+    static constexpr size_t most_bytes = 4 << 20;
+
+    /** Readable while commands wait; -1 when there is no descriptor. */
+    int fd() const { return event_.fd(); }
+
+    /** False when no more may wait; the command is then left alone. */
+    bool put(Command &command) {
+        const std::lock_guard guard(lock_);
+        if (commands_.size() >= most_commands || bytes_ + command.request.size() > most_bytes) {
+            return false;
+        }
+        bytes_ += command.request.size();
+        commands_.push_back(std::move(command));
+        if (commands_.size() == 1) {
+            event_.signal();
+        }
+        return true;
+    }
+
+    /** Exchanges what waits for the empty `commands`. */
+    void take(std::vector<Command> &commands) {
+        const std::lock_guard guard(lock_);
+        event_.clear();
+        bytes_ = 0;
+        commands_.swap(commands);
+    }
+
+  private:
+    std::mutex lock_;
+    std::vector<Command> commands_;
+    size_t bytes_ = 0;
+    Event event_;
+};
+
+}  // namespace nxapi
+
+#endif

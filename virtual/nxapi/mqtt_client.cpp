@@ -1,0 +1,240 @@
+#include "virtual/nxapi/mqtt_client.h"
+
+#include <fcntl.h>
+#include <mqtt_protocol.h>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <string_view>
+
+#include "virtual/nxapi/log.h"
+#include "virtual/nxapi/topics.h"
+
+namespace nxapi {
+namespace {
+
+/** No exception may pass through libmosquitto. */
+template <typename Call>
+void shielded(Call call) noexcept {
+    try {
+        call();
+    } catch (const std::bad_alloc &) {
+        say(Level::error, "out of memory");
+    }
+}
+
+MqttEvents &events(void *context) {
+    return *static_cast<MqttEvents *>(context);
+}
+
+void set_callbacks(mosquitto *mosq) {
+    mosquitto_connect_v5_callback_set(mosq, [](mosquitto *, void *context, int reason, int,
+                                               const mosquitto_property *properties) {
+        shielded([&] { events(context).on_connected(reason, properties); });
+    });
+    mosquitto_disconnect_v5_callback_set(
+        mosq, [](mosquitto *, void *context, int reason, const mosquitto_property *) {
+            shielded([&] { events(context).on_disconnected(reason); });
+        });
+    mosquitto_message_v5_callback_set(
+        mosq, [](mosquitto *, void *context, const mosquitto_message *message,
+                 const mosquitto_property *properties) {
+            shielded([&] { events(context).on_message(*message, properties); });
+        });
+    mosquitto_publish_v5_callback_set(mosq, [](mosquitto *, void *context, int identifier,
+                                               int reason, const mosquitto_property *) {
+        shielded([&] { events(context).on_acknowledged(identifier, reason); });
+    });
+    mosquitto_subscribe_v5_callback_set(mosq, [](mosquitto *, void *context, int, int count,
+                                                 const int *granted, const mosquitto_property *) {
+        shielded([&] { events(context).on_subscribed(count > 0 ? granted[0] : 0x80); });
+    });
+    mosquitto_log_callback_set(mosq, [](mosquitto *, void *context, int level, const char *line) {
+        shielded([&] { events(context).on_log(level, line); });
+    });
+}
+
+/** libmosquitto ignores SIGPIPE for the whole process when the first client is made;
+ *  children would inherit that. */
+mosquitto *new_client() {
+    static std::once_flag library;
+    std::call_once(library, [] { mosquitto_lib_init(); });
+    struct sigaction before {};
+    sigaction(SIGPIPE, nullptr, &before);
+    mosquitto *mosq = mosquitto_new(nullptr, true, nullptr);
+    sigaction(SIGPIPE, &before, nullptr);
+    return mosq;
+}
+
+/** libmosquitto wakes its own loop through a socket pair, which stays open in
+ *  children and which nobody empties here. A pair is made of the two lowest free
+ *  descriptors, so the numbers are known beforehand, unless another thread opens one
+ *  in between; then the pair is left as it is. */
+class WakePair {
+  public:
+    WakePair() {
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair_) == 0) {
+            close(pair_[0]);
+            close(pair_[1]);
+        }
+    }
+
+    void tame() const {
+        for (const int fd : pair_) {
+            int domain = 0;
+            socklen_t size = sizeof(domain);
+            if (fd >= 0 && getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 &&
+                domain == AF_UNIX && fcntl(fd, F_GETFD) == 0) {
+                fcntl(fd, F_SETFD, FD_CLOEXEC);
+                const int least = 0;
+                setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &least, sizeof(least));
+            }
+        }
+    }
+
+  private:
+    int pair_[2] = {-1, -1};
+};
+
+const char *text_or_null(const std::string &text) {
+    return text.empty() ? nullptr : text.c_str();
+}
+
+int set_tls(mosquitto *mosq, const Settings &settings) {
+    constexpr int verify_peer = 1;
+    if (const int result = mosquitto_tls_set(mosq, settings.cafile.c_str(), nullptr,
+                                             text_or_null(settings.certfile),
+                                             text_or_null(settings.keyfile), nullptr)) {
+        return result;
+    }
+    mosquitto_tls_insecure_set(mosq, !settings.tls_verify);
+    return mosquitto_tls_opts_set(mosq, settings.tls_verify ? verify_peer : 0, nullptr, nullptr);
+}
+
+/** The first TLS file that cannot be read; libmosquitto does not tell which. */
+std::string unreadable_file(const Settings &settings) {
+    for (const std::string *file : {&settings.cafile, &settings.certfile, &settings.keyfile}) {
+        if (!file->empty() && access(file->c_str(), R_OK) != 0) {
+            return "cannot read " + *file + " (" + std::strerror(errno) + ")";
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string mqtt_error_text(int result, int error) {
+    switch (result) {
+        case MOSQ_ERR_ERRNO:
+            return std::strerror(error);
+        case MOSQ_ERR_EAI:
+            return gai_strerror(error);
+        case MOSQ_ERR_KEEPALIVE:
+            return "the broker no longer answers";
+        default:
+            return mosquitto_strerror(result);
+    }
+}
+
+MqttClient::MqttClient(MqttEvents &events) : events_(events), mosq_(new_client()) {
+    if (exists()) {
+        forget();
+    }
+}
+
+int MqttClient::renew(const char *id) {
+    const WakePair pair;
+    const int result = mosquitto_reinitialise(mosq_.get(), id, true, &events_);
+    pair.tame();
+    return result;
+}
+
+void MqttClient::forget() {
+    renew(nullptr);
+}
+
+int MqttClient::configure(const Settings &settings, const std::string &status_topic) {
+    mosquitto *mosq = mosq_.get();
+    // What the others do not write at once, this thread writes when it is ready.
+    mosquitto_threaded_set(mosq, true);
+    mosquitto_int_option(mosq, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+    mosquitto_int_option(mosq, MOSQ_OPT_TCP_NODELAY, 1);
+    set_callbacks(mosq);
+    if (const int result = mosquitto_will_set_v5(mosq, status_topic.c_str(),
+                                                 static_cast<int>(topics::offline.size()),
+                                                 topics::offline.data(), 1, true, nullptr)) {
+        return result;
+    }
+    if (const int result = mosquitto_username_pw_set(mosq, text_or_null(settings.username),
+                                                     text_or_null(settings.password))) {
+        return result;
+    }
+    return settings.broker.tls ? set_tls(mosq, settings) : MOSQ_ERR_SUCCESS;
+}
+
+int MqttClient::connect(const Settings &settings, const std::string &id,
+                        const std::string &status_topic, std::string &why) {
+    int result = renew(id.c_str());
+    if (result == MOSQ_ERR_SUCCESS) {
+        result = configure(settings, status_topic);
+    }
+    if (result != MOSQ_ERR_SUCCESS) {
+        why = settings.broker.tls ? unreadable_file(settings) : std::string();
+        if (why.empty()) {
+            why = mqtt_error_text(result, errno);
+        }
+        return result;
+    }
+    result = mosquitto_connect_async(mosq_.get(), settings.broker.host.c_str(),
+                                     settings.broker.port, settings.keepalive_s);
+    const int error = errno;
+    if (socket() >= 0) {
+        fcntl(socket(), F_SETFD, FD_CLOEXEC);
+    }
+    if (result > 0) {
+        why = mqtt_error_text(result, error);
+    }
+    return result;
+}
+
+void MqttClient::leave() {
+    mosquitto_disconnect_v5(mosq_.get(), MQTT_RC_DISCONNECT_WITH_WILL_MSG, nullptr);
+    write();
+}
+
+int MqttClient::subscribe(const std::string &topic) {
+    return mosquitto_subscribe_v5(mosq_.get(), nullptr, topic.c_str(), 1,
+                                  MQTT_SUB_OPT_SEND_RETAIN_NEVER | MQTT_SUB_OPT_RETAIN_AS_PUBLISHED,
+                                  nullptr);
+}
+
+int MqttClient::publish(const std::string &topic, const Message &message, bool retain,
+                        int &identifier) {
+    mosquitto_property *properties = nullptr;
+    int result = MOSQ_ERR_SUCCESS;
+    if (message.correlation) {
+        result = mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA,
+                                               message.correlation->data(),
+                                               static_cast<uint16_t>(message.correlation->size()));
+    }
+    if (result == MOSQ_ERR_SUCCESS && message.result) {
+        result = mosquitto_property_add_string_pair(&properties, MQTT_PROP_USER_PROPERTY,
+                                                    topics::result_property,
+                                                    std::to_string(*message.result).c_str());
+    }
+    if (result == MOSQ_ERR_SUCCESS) {
+        result = mosquitto_publish_v5(mosq_.get(), &identifier, topic.c_str(),
+                                      static_cast<int>(message.payload.size()),
+                                      message.payload.data(), 1, retain, properties);
+    }
+    mosquitto_property_free_all(&properties);
+    return result;
+}
+
+}  // namespace nxapi
