@@ -11,27 +11,10 @@
 #include "platform/netif.h"
 #include "platform/systool.h"
 #include "platform/wifi.h"
+#include "shared_counter.h"
 #include "store.h"
 
 namespace {
-
-/** A counter in two halves: 64-bit atomics need a library of their own on the
- *  device. A reader may see halves of two samples. */
-class SharedCounter {
-  public:
-    uint64_t load() const {
-        return uint64_t{high_.load(std::memory_order_relaxed)} << 32 |
-               low_.load(std::memory_order_relaxed);
-    }
-    void store(uint64_t value) {
-        high_.store(static_cast<uint32_t>(value >> 32), std::memory_order_relaxed);
-        low_.store(static_cast<uint32_t>(value), std::memory_order_relaxed);
-    }
-
-  private:
-    std::atomic<uint32_t> high_{0};
-    std::atomic<uint32_t> low_{0};
-};
 
 /** Byte counters at a moment, seconds since boot. */
 struct Sample {
