@@ -1,11 +1,18 @@
 #include "ops/nx_dev_api.h"
 
 #include "handler.h"
+#include "report/uploads.h"
+#include "topo/server.h"
 #include "trace.h"
 
 namespace {
 
-constexpr std::array<FamilyRow, 0> rows{{}};
+constexpr std::array rows{
+    FamilyRow{0, status_upload},
+    FamilyRow{1, statistic_upload},
+    FamilyRow{2, config_upload},
+    FamilyRow{20, server_info},
+};
 static_assert(family_is_sound<NX_DEV_SLOTS>(rows));
 
 }  // namespace
