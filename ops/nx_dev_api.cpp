@@ -5,7 +5,11 @@
 
 namespace {
 
-constexpr std::array<FamilyRow, 0> rows{{}};
+constexpr std::array rows{
+    FamilyRow{3, timestamp_download}, FamilyRow{4, server_config_download},
+    FamilyRow{5, reboot_download},    FamilyRow{6, auto_maint},
+    FamilyRow{9, nx_restore},
+};
 static_assert(family_is_sound<NX_DEV_SLOTS>(rows));
 
 }  // namespace
