@@ -5,7 +5,13 @@
 
 namespace {
 
-constexpr std::array<FamilyRow, 0> rows{{}};
+constexpr std::array rows{
+    FamilyRow{7, force_off},
+    FamilyRow{8, nx_upgrade},
+    FamilyRow{23, dev_locate},
+    FamilyRow{24, dev_local_upgrade},
+    FamilyRow{26, dev_config_copy_upload},
+};
 static_assert(family_is_sound<NX_DEV_SLOTS>(rows));
 
 }  // namespace
