@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -119,10 +120,15 @@ int set_tls(mosquitto *mosq, const Settings &settings) {
 
 /** The first TLS file that cannot be read; libmosquitto does not tell which. */
 std::string unreadable_file(const Settings &settings) {
-    for (const std::string *file : {&settings.cafile, &settings.certfile, &settings.keyfile}) {
-        if (!file->empty() && access(file->c_str(), R_OK) != 0) {
-            return "cannot read " + *file + " (" + std::strerror(errno) + ")";
+    for (const std::string *path : {&settings.cafile, &settings.certfile, &settings.keyfile}) {
+        if (path->empty()) {
+            continue;
         }
+        FILE *file = std::fopen(path->c_str(), "re");
+        if (file == nullptr) {
+            return "cannot read " + *path + " (" + std::strerror(errno) + ")";
+        }
+        std::fclose(file);
     }
     return {};
 }
