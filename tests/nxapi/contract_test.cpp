@@ -81,7 +81,7 @@ TEST_F(Contract, CarriesACommandAndEveryUpload) {
     EXPECT_EQ(nx_api_set_basic_info(&info), 0);
 
     const std::string image = "/tmp/image" + std::string(246, '\0');
-    const std::string config = "name" + std::string(28, '\0') + "a=1\nb\0";
+    const std::string config = "name" + std::string(28, '\0') + "a=1\nb";
     struct Row {
         int result;
         const char *kind;
@@ -91,7 +91,7 @@ TEST_F(Contract, CarriesACommandAndEveryUpload) {
         {nx_api_bind_info_upload("{1}", 3), "binding", "{1}"},
         {nx_api_dir_info_set(image.data(), 256), "image_path", "/tmp/image"},
         {nx_api_config_upload(config.data(), static_cast<int>(config.size())), "config", config},
-        {nx_api_duplicate_config_upload(config.data(), 40), "config_copy", config.substr(0, 40)},
+        {nx_api_duplicate_config_upload(config.data(), 33), "config_copy", config.substr(0, 33)},
         {nx_api_manage_info_upload("{2}", 3), "manage", "{2}"},
         {nx_api_alarm_upload("{3}", 3), "alarm", "{3}"},
         {nx_api_sys_log_upload("{4}", 3), "system_log", "{4}"},
