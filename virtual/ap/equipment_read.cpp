@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <functional>
-#include <set>
 
 #include "virtual/ap/equipment.h"
 
@@ -195,13 +194,13 @@ std::optional<Station> read_station(const std::string &name, const Part &part,
 }
 
 void read_stations(const Part &part, Equipment &equipment) {
-    std::set<Mac> seen;
     part.members([&](const std::string &name, const Part &entry) {
-        std::optional<Station> station = read_station(name, entry, equipment);
-        if (station && !seen.insert(station->mac).second) {
-            complain(entry.path(), "stands there twice");
+        const std::optional<Station> station = read_station(name, entry, equipment);
+        const size_t place = equipment.stations.size();
+        if (station && equipment.station_places.emplace(station->mac, place).second) {
+            equipment.stations.push_back(*station);
         } else if (station) {
-            equipment.stations.push_back(std::move(*station));
+            complain(entry.path(), "stands there twice");
         }
     });
 }

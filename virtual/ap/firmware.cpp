@@ -101,9 +101,7 @@ int check_fw_type_ap(const void *image) {
     if (image == nullptr) {
         return 0;
     }
-    // A mapping begins with a page and ends with one: the header of even the
-    // shortest image can be read.
-    const auto header = image_header({static_cast<const uint8_t *>(image), image_header_size});
+    const auto header = image_header(mapped_bytes(image, image_header_size));
     return header ? static_cast<int>(header->type) : 0;
 }
 
