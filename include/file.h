@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -17,6 +18,18 @@ struct FileClose {
 /** A stream that is closed with its owner. Open it with "re" or "we", so that no
  *  shell inherits it. */
 using File = std::unique_ptr<FILE, FileClose>;
+
+/** Reads the next line, cut to fit and without its line end; what was cut comes as
+ *  the line after. False at the end, with `line` empty. */
+template <size_t N>
+bool read_line(FILE *file, char (&line)[N]) {
+    if (fgets(line, N, file) == nullptr) {
+        line[0] = '\0';
+        return false;
+    }
+    line[strcspn(line, "\n")] = '\0';
+    return true;
+}
 
 /** A descriptor that is closed with its owner; false while it holds none. */
 class Fd {

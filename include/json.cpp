@@ -3,6 +3,8 @@
 #include <bit>
 #include <cstdint>
 
+#include "trace.h"
+
 namespace {
 
 /** Hands `item` over when `added`; what could not be added is deleted here. */
@@ -39,6 +41,13 @@ cJSON *json_add_array(cJSON *object, const char *key) {
 
 cJSON *json_append(cJSON *array, Json item) {
     return handed_over(item, cJSON_AddItemToArray(array, item.get()));
+}
+
+cJSON *json_made(cJSON *item, const char *function, int line) {
+    if (item == nullptr) {
+        nx_trace(function, line, "malloc is null!\n");
+    }
+    return item;
 }
 
 cJSON *json_get_object(const cJSON *object, const char *key) {

@@ -43,6 +43,11 @@ cJSON *json_add_array(cJSON *object, const char *key);
 /** Appends `item` to an array, with the same rules. */
 cJSON *json_append(cJSON *array, Json item);
 
+/** Passes on what one of the calls above gave, with a trace line of the caller's when
+ *  that is null. */
+cJSON *json_made(cJSON *item, const char *function = __builtin_FUNCTION(),
+                 int line = __builtin_LINE());
+
 /** Member `key` when it is an object, an array; null otherwise. */
 cJSON *json_get_object(const cJSON *object, const char *key);
 cJSON *json_get_array(const cJSON *object, const char *key);

@@ -18,3 +18,12 @@ bool commit_and_notify(int module, int op) {
     }
     return committed;
 }
+
+bool commit_and_restart_wifi(int band) {
+    constexpr int restart = 1;
+    const bool committed = CommitCfm() != 0;
+    if (committed) {
+        send_wifi_msg_handle(restart, band);
+    }
+    return committed;
+}

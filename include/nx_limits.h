@@ -20,6 +20,10 @@ constexpr size_t stations = 128;
 /** Pairs of the converted ARP table. */
 constexpr size_t arp_pairs = 512;
 
+/** Radio rules of one request that are applied. A device has two radios; each rule
+ *  costs a commit and a Wi-Fi restart. */
+constexpr size_t radio_rules = 64;
+
 /** Bytes of one line of the small state files in /etc, /tmp and /proc. */
 constexpr size_t line = 1024;
 
@@ -32,6 +36,9 @@ constexpr unsigned beat_seconds = 15;
 
 /** Seconds from start-up until the image directory is handed over. */
 constexpr unsigned image_path_delay_seconds = 15;
+
+/** Seconds from a radio optimisation until its result is reported. */
+constexpr unsigned radio_opt_seconds = 40;
 
 }  // namespace limits
 

@@ -17,9 +17,3 @@ size_t pipe_read(const Pipe &pipe, char *buffer, size_t size) {
     buffer[length] = '\0';
     return length;
 }
-
-void pipe_read_line(const Pipe &pipe, char *buffer, size_t size) {
-    if (fgets(buffer, static_cast<int>(size), pipe.get()) == nullptr) {
-        buffer[0] = '\0';
-    }
-}

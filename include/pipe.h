@@ -17,7 +17,8 @@ struct PipeClose {
     void operator()(FILE *pipe) const { pclose(pipe); }
 };
 
-/** Standard output of a running command; its owner waits for the command's end. */
+/** Standard output of a running command; its owner waits for the command's end.
+ *  `read_line` takes it as well. */
 using Pipe = std::unique_ptr<FILE, PipeClose>;
 
 /** Starts a shell command; null when it cannot be started. Words that come from
@@ -29,9 +30,5 @@ inline Pipe pipe_open(const char *command) {
 /** Reads until the command's output ends or `size` - 1 bytes are in `buffer`, which
  *  is always terminated. Returns the number of bytes. */
 size_t pipe_read(const Pipe &pipe, char *buffer, size_t size);
-
-/** Reads the first line, its line end included, at most `size` - 1 bytes; the
- *  empty text when there is none. */
-void pipe_read_line(const Pipe &pipe, char *buffer, size_t size);
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "file.h"
 #include "json.h"
 #include "nx_limits.h"
 #include "pipe.h"
@@ -17,7 +18,7 @@ int iwconfig_get_ifname_rate(const char *ifname, int *rate) {
         return -1;
     }
     char line[limits::line];
-    pipe_read_line(pipe, line, sizeof line);
+    read_line(pipe.get(), line);
     float mbit_per_second = 0;
     sscanf(line, "%*s %*s %*s %*s %*[^=]=%f%*s", &mbit_per_second);
     *rate = json_int(double{mbit_per_second} * 1024 / 8);

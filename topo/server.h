@@ -23,8 +23,13 @@ struct TopoServer {
     char proto[16];
 };
 
-/** A consistent copy of the three texts. Any thread. */
+/** A consistent copy of the three texts, and a new set of them. Any thread. */
 TopoServer topo_server_get();
+void topo_server_set(const TopoServer &server);
+
+/** Command: takes "server_ip" (a number whose highest byte is the first octet),
+ *  "server_port" and "server_proto", and tells the module. Always 0. */
+int server_info(cJSON *request, cJSON *response);
 
 /** Tells the module which server to use. Any thread. */
 void ntdd_set_server_info(const char *address, const char *port, const char *protocol);

@@ -5,7 +5,12 @@
 
 namespace {
 
-constexpr std::array<FamilyRow, 0> rows{{}};
+constexpr std::array rows{
+    FamilyRow{0, wlan_config_set},
+    FamilyRow{1, radio_opt_set},
+    FamilyRow{2, radio_config_set},
+    FamilyRow{3, radio_optimiza_upload},
+};
 static_assert(family_is_sound<NX_WLAN_SLOTS>(rows));
 
 }  // namespace

@@ -1,0 +1,118 @@
+#include "virtual/nxapi/settings.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "tests/support/support.h"
+
+namespace {
+
+using nxapi::BrokerAddress;
+using nxapi::Settings;
+
+TEST(BrokerAddress, IsReadAsPeopleWriteIt) {
+    struct Row {
+        const char *text;
+        const char *host;
+        int port;
+        bool tls;
+    };
+    const Row rows[] = {
+        {"mqtt://cloud.example", "cloud.example", 1883, false},
+        {"mqtts://cloud.example", "cloud.example", 8883, true},
+        {"mqtt://127.0.0.1:65535/", "127.0.0.1", 65535, false},
+        {"mqtts://[::1]:8884", "::1", 8884, true},  // its colons are no port
+        {"mqtt://[::1]", "::1", 1883, false},
+    };
+    for (const Row &row : rows) {
+        BrokerAddress address;
+        std::string why;
+        ASSERT_TRUE(nxapi::parse_broker(row.text, address, why)) << row.text << ": " << why;
+        EXPECT_EQ(address.host, row.host) << row.text;
+        EXPECT_EQ(address.port, row.port) << row.text;
+        EXPECT_EQ(address.tls, row.tls) << row.text;
+    }
+}
+
+TEST(BrokerAddress, OfAnotherFormIsRefusedWithASentence) {
+    for (const char *text : {"", "cloud.example", "http://cloud.example", "mqtt://", "mqtt://:1883",
+                             "mqtt://[::1", "mqtt://h:0", "mqtt://h:65536",
+                             "mqtt://h:", "mqtt://h:18x", "mqtt://h:1883/topic", "mqtt://user@h"}) {
+        BrokerAddress address{"before", 1, true};
+        std::string why;
+        EXPECT_FALSE(nxapi::parse_broker(text, address, why)) << text;
+        EXPECT_NE(why.find('"' + std::string(text) + '"'), why.npos) << why;
+        EXPECT_EQ(address.host, "before") << text;
+    }
+}
+
+TEST(Settings, TakeEveryKeyWithBlanksAndRemarksAround) {
+    Settings settings;
+    std::string why;
+    ASSERT_TRUE(
+        nxapi::parse_settings("# a remark\n\n"
+                              "  broker = mqtts://cloud.example \r\n"
+                              "username=device\n"
+                              "password=a=b#c\n"  // only a whole line is a remark
+                              "client_id=id\ncafile=/ca\ncertfile=/cert\nkeyfile=/key\n"
+                              "tls_verify=no\nkeepalive_s=5\nretry_ms=20\n"
+                              "connect_timeout_ms=300\nqueue_messages=3\n"
+                              "queue_bytes=1024\n"
+                              "fault=nx_api_lib_init:-1\nfault=set_debug_level:0",
+                              settings, why))
+        << why;
+    EXPECT_EQ(settings.broker.host, "cloud.example");
+    EXPECT_EQ(settings.username, "device");
+    EXPECT_EQ(settings.password, "a=b#c");
+    EXPECT_EQ(settings.client_id, "id");
+    EXPECT_EQ(settings.cafile, "/ca");
+    EXPECT_EQ(settings.certfile, "/cert");
+    EXPECT_EQ(settings.keyfile, "/key");
+    EXPECT_FALSE(settings.tls_verify);
+    EXPECT_EQ(settings.keepalive_s, 5);
+    EXPECT_EQ(settings.retry_ms, 20);
+    EXPECT_EQ(settings.connect_timeout_ms, 300);
+    EXPECT_EQ(settings.queue_messages, 3);
+    EXPECT_EQ(settings.queue_bytes, 1024);
+    const std::vector<std::pair<std::string, int>> faults = {{"nx_api_lib_init", -1},
+                                                             {"set_debug_level", 0}};
+    EXPECT_EQ(settings.faults, faults);
+}
+
+TEST(Settings, NameTheLineThatIsWrong) {
+    const std::pair<const char *, const char *> rows[] = {
+        {"broker", "line 1: \"broker\" is no key=value"},
+        {"\n\nbrokr=mqtt://h", "line 3: there is no setting \"brokr\""},
+        {"retry_ms=5\nretry_ms=6", "line 2: retry_ms is set a second time"},
+        {"keepalive_s=4", "line 1: \"4\" is no number between 5 and 65535"},
+        {"keepalive_s=60s", "line 1: \"60s\" is no number between 5 and 65535"},
+        {"tls_verify=true", "line 1: \"true\" is neither yes nor no"},
+        {"fault=nx_api_lib_init", "line 1: \"nx_api_lib_init\" is no call with its result"},
+        {"broker=h", "line 1: \"h\" is no broker address"},
+        {"certfile=/cert", "certfile and keyfile are set together or not at all"},
+        {"broker=mqtts://h", "a mqtts:// broker needs cafile"},
+    };
+    for (const auto &[text, sentence] : rows) {
+        Settings settings;
+        std::string why;
+        EXPECT_FALSE(nxapi::parse_settings(text, settings, why)) << text;
+        EXPECT_EQ(why.substr(0, std::strlen(sentence)), sentence);
+    }
+}
+
+TEST(Settings, TellAMissingFileFromAMalformedOne) {
+    const test::TempFolder folder;
+    const std::string path = folder.path() / "nxapi.conf";
+    Settings settings;
+    std::string why;
+    EXPECT_EQ(nxapi::read_settings(path.c_str(), settings, why), nxapi::SettingsFile::missing);
+    EXPECT_EQ(why, "cannot read " + path + " (No such file or directory)");
+    EXPECT_EQ(nxapi::read_settings(folder.path().c_str(), settings, why),
+              nxapi::SettingsFile::missing);
+    std::ofstream(path) << "x";
+    EXPECT_EQ(nxapi::read_settings(path.c_str(), settings, why), nxapi::SettingsFile::malformed);
+    EXPECT_EQ(why, path + ", line 1: \"x\" is no key=value");
+}
+
+}  // namespace
