@@ -64,7 +64,8 @@ bool write_all(int fd, std::string_view bytes) {
     return true;
 }
 
-bool replace_file(const std::filesystem::path &path, std::string_view text) {
+bool replace_file(const std::filesystem::path &path, std::string_view text, Lasting lasting) {
+    const bool sync = lasting == Lasting::machine;
     const Inside inside;
     const std::filesystem::path fresh = path.string() + ".new";
     {
@@ -72,7 +73,7 @@ bool replace_file(const std::filesystem::path &path, std::string_view text) {
         if (file.get() < 0) {
             return false;
         }
-        if (!write_all(file.get(), text) || fsync(file.get()) != 0) {
+        if (!write_all(file.get(), text) || (sync && fsync(file.get()) != 0)) {
             unlink(fresh.c_str());
             return false;
         }
@@ -81,8 +82,11 @@ bool replace_file(const std::filesystem::path &path, std::string_view text) {
         unlink(fresh.c_str());
         return false;
     }
-    const Descriptor folder(open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    fsync(folder.get());
+    if (sync) {
+        const Descriptor folder(
+            open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        fsync(folder.get());
+    }
     return true;
 }
 

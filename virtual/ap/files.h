@@ -33,9 +33,14 @@ class Descriptor {
 /** The whole file; nothing when it cannot be read. */
 std::optional<std::string> read_file(const std::filesystem::path &path);
 
+/** What a replaced file outlives: a crash of the process, or of the machine too,
+ *  which takes some milliseconds. */
+enum class Lasting { process, machine };
+
 /** Replaces a file so that a crash at any moment leaves the old or the new one,
  *  whole. False: the old one still stands. */
-bool replace_file(const std::filesystem::path &path, std::string_view text);
+bool replace_file(const std::filesystem::path &path, std::string_view text,
+                  Lasting lasting = Lasting::process);
 
 /** Writes all bytes; false on the first error. */
 bool write_all(int fd, std::string_view bytes);

@@ -28,7 +28,8 @@ Json load(const std::filesystem::path &file) {
 
 }  // namespace
 
-Hardware::Hardware(std::filesystem::path file) : file_(std::move(file)) {
+Hardware::Hardware(std::filesystem::path file, Lasting lasting)
+    : file_(std::move(file)), lasting_(lasting) {
     stamp_ = file_stamp(file_);
     document_ = load(file_);
 }
@@ -80,7 +81,7 @@ void Hardware::patch(const Json &change) {
     }
     Json changed = document_;
     changed.merge_patch(change);
-    if (!folder.held() || !replace_file(file_, changed.dump(2) + "\n")) {
+    if (!folder.held() || !replace_file(file_, changed.dump(2) + "\n", lasting_)) {
         throw std::runtime_error("cannot write " + file_.string());
     }
     stamp_ = file_stamp(file_);

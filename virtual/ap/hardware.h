@@ -18,7 +18,7 @@ namespace vap {
 class Hardware {
   public:
     /** Throws std::runtime_error with a sentence when the file is unusable. */
-    explicit Hardware(std::filesystem::path file);
+    explicit Hardware(std::filesystem::path file, Lasting lasting = Lasting::machine);
 
     /** Value at a JSON pointer, null when absent. */
     Json at(const std::string &pointer);
@@ -31,7 +31,8 @@ class Hardware {
   private:
     void refresh(bool now);
 
-    std::filesystem::path file_;
+    const std::filesystem::path file_;
+    const Lasting lasting_;
     std::mutex mutex_;
     Lookout lookout_;
     FileStamp stamp_;

@@ -31,6 +31,11 @@ std::string thread_name(const Clock &clock) {
     return name;
 }
 
+/** A device under a manual clock is a test's: nobody misses it after a crash. */
+Lasting lasting(const Options &options) {
+    return options.time == Time::manual ? Lasting::process : Lasting::machine;
+}
+
 Machine &need() {
     const std::shared_ptr<Machine> device = machine();
     if (!device) {
@@ -64,9 +69,9 @@ bool inside() {
 Machine::Machine(const std::filesystem::path &where, const Options &how)
     : folder(std::filesystem::canonical(where)),
       options(how),
-      config(folder / "config"),
-      factory(folder / "factory"),
-      hardware(folder / "hardware.json"),
+      config(folder / "config", lasting(how)),
+      factory(folder / "factory", lasting(how)),
+      hardware(folder / "hardware.json", lasting(how)),
       journal(folder),
       clock(new_clock(how)) {
     if (!(how.speed > 0) || !std::isfinite(how.speed)) {

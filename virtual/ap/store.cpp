@@ -33,7 +33,8 @@ bool Lookout::due() {
     return true;
 }
 
-Store::Store(std::filesystem::path file) : file_(std::move(file)) {
+Store::Store(std::filesystem::path file, Lasting lasting)
+    : file_(std::move(file)), lasting_(lasting) {
     stamp_ = file_stamp(file_);
     std::string problem;
     std::optional<Values> values = load(file_, problem);
@@ -96,7 +97,7 @@ bool Store::merge(const Values &changes) {
     for (const auto &[key, value] : changes) {
         merged.insert_or_assign(key, value);
     }
-    if (!replace_file(file_, print_values(merged))) {
+    if (!replace_file(file_, print_values(merged), lasting_)) {
         return false;
     }
     committed_ = std::move(merged);
@@ -138,7 +139,7 @@ std::optional<Values> Store::committed() {
 bool Store::replace(const Values &values) {
     const std::lock_guard lock(mutex_);
     const FolderLock folder(file_.parent_path());
-    if (!folder.held() || !replace_file(file_, print_values(values))) {
+    if (!folder.held() || !replace_file(file_, print_values(values), lasting_)) {
         return false;
     }
     committed_ = values;

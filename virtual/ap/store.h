@@ -30,7 +30,7 @@ class Store {
   public:
     /** Opens the file; throws std::runtime_error with a sentence when it cannot
      *  be read or holds a malformed line. */
-    explicit Store(std::filesystem::path file);
+    explicit Store(std::filesystem::path file, Lasting lasting = Lasting::machine);
 
     /** Pending value, else the committed one. */
     std::optional<std::string> get(std::string_view key);
@@ -59,7 +59,8 @@ class Store {
     void refresh(bool now);
     bool merge(const Values &changes);
 
-    std::filesystem::path file_;
+    const std::filesystem::path file_;
+    const Lasting lasting_;
     std::mutex mutex_;
     Lookout lookout_;
     FileStamp stamp_;
