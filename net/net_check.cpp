@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "json.h"
+#include "net/lan_port.h"
 #include "net/load_checks.h"
 #include "net/reachability.h"
 #include "platform/nxapi.h"

@@ -23,7 +23,8 @@ int check_fw_valid_ap(int type, const char *path);
 /** Does the file fit into its flash partition? Below 0: no. */
 int check_mtd_size_ap(int type, const char *path);
 
-/** Is the checksum of the mapped image right? Below 0: no. */
+/** Is the checksum of the image right? `image` is the mapping of "/tmp/image", as
+ *  long as that file. Below 0: no. */
 int check_fw_crc_ap(int type, const void *image);
 
 /** Writes the image at `path` to flash. -1: failure. */

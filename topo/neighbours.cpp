@@ -49,7 +49,7 @@ int topo_devs_get(cJSON *object, int switch_port, int neighbours) {
     }
     const File file(fopen("/tmp/file_topo", "re"));
     char line[256];
-    while (file && fgets(line, sizeof line, file.get()) != nullptr) {
+    while (file && read_line(file.get(), line)) {
         const Neighbour device = read_neighbour(line);
         if (text_int(device.is_neighbour) == 1 && text_int(device.port) == switch_port) {
             add_neighbour(object, device);

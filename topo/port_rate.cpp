@@ -71,7 +71,7 @@ int serch_if_statistic_by_file_topo(const char *path, PortCounters &counters) {
         return -1;
     }
     char line[limits::line];
-    while (fgets(line, sizeof line, file.get()) != nullptr) {
+    while (read_line(file.get(), line)) {
         read_counter(line, counters);
     }
     return 0;

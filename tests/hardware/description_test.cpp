@@ -37,9 +37,9 @@ TEST_F(Description, EachDeviceHasAddressesOfItsOwn) {
 }
 
 TEST_F(Description, AMissingSectionIsThatOfANewDevice) {
-    Json without;
-    for (const auto &[section, value] : vap::hardware().items()) {
-        without[section] = nullptr;
+    Json without = vap::hardware();
+    for (auto &[section, value] : without.items()) {
+        value = nullptr;
     }
     vap::patch_hardware(without);
     ASSERT_EQ(vap::hardware(), Json::object());
@@ -62,7 +62,7 @@ TEST_F(Description, NonsenseIsLeftOut) {
             description[section] = odd;
             const vap::Equipment equipment = vap::read_equipment(description);
             EXPECT_EQ(equipment.interface("br0") != nullptr, section != "interfaces");
-            EXPECT_EQ(equipment.port(1) != nullptr, section != "ports" || odd.is_object());
+            EXPECT_EQ(equipment.port(1) != nullptr, section != "ports" || odd.contains("1"));
         }
         for (const auto &[member, inner] : value.items()) {
             for (const Json &odd : nonsense) {

@@ -84,6 +84,28 @@ TEST_F(Firmware, ChecksJudgeTheRealBytes) {
     }
 }
 
+/** Another download may write the same file while its old mapping is checked. */
+TEST_F(Firmware, AFileThatChangesUnderItsMappingIsNotReadPastIt) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    for (const size_t later : {size_t{100}, 8 * page}) {
+        write_file(path, vap::make_image(4, static_cast<uint32_t>(4 * page), ""));
+        const std::string file = vap::folder() / "root/tmp/image";
+        const int fd = open(file.c_str(), O_RDWR | O_CLOEXEC);
+        // The page behind the mapping is one that nobody may read.
+        auto *room = static_cast<char *>(
+            mmap(nullptr, 5 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        void *image = mmap(room, 4 * page, PROT_READ, MAP_SHARED | MAP_FIXED, fd, 0);
+        close(fd);
+        std::filesystem::resize_file(file, later);
+        const std::string longer = vap::make_image(4, static_cast<uint32_t>(8 * page), "");
+        if (later > page) {
+            std::ofstream(file, std::ios::in | std::ios::binary) << longer;
+        }
+        EXPECT_EQ(check_fw_crc_ap(4, image), -1) << later;
+        munmap(room, 5 * page);
+    }
+}
+
 TEST_F(Firmware, AMissingFileFailsEveryCheck) {
     const std::string image = vap::make_image(2, 100, "");
     EXPECT_EQ(check_fw_valid_ap(2, path), -1);

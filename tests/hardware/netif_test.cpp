@@ -113,7 +113,7 @@ TEST_F(Netif, SwitchCountersMoveAndTheSmallOnesWrap) {
         {{"ports",
           {{"1",
             {{"in", {{"bytes", 5'000'000'000}, {"rate", 2000}, {"packets", 0xffffffffU}}},
-             {"out", {{"bytes", 7}, {"multicast", 8}, {"broadcast", 9}}}}}}}});
+             {"out", {{"bytes", 7}, {"rate", 0}, {"multicast", 8}, {"broadcast", 9}}}}}}}});
     vap::advance(2);
     std::map<std::string, std::string> counters;
     std::istringstream text(vap::asic_counter_text(1));

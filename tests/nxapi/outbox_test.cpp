@@ -89,7 +89,7 @@ TEST(Backoff, DoublesToAMinuteWithChance) {
         }
         backoff.reset();
     }
-    nxapi::Backoff other(std::chrono::seconds(60), 43);
+    nxapi::Backoff other(std::chrono::seconds(60), 1'000'000'007);
     EXPECT_NE(other.next(), nxapi::Backoff(std::chrono::seconds(60), 42).next());
 }
 

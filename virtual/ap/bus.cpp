@@ -3,7 +3,6 @@
 
 #include <cjson/cJSON.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <condition_variable>
 #include <cstring>
@@ -13,6 +12,7 @@
 
 #include "virtual/ap/effect.h"
 #include "virtual/ap/equipment.h"
+#include "virtual/ap/machine.h"
 
 namespace vap {
 namespace {
@@ -20,7 +20,7 @@ namespace {
 constexpr const char *module_topic = "net_topo.to_kernel";
 constexpr const char *event_topic = "net_topo.server_port.from_kernel";
 constexpr int server_port_request = 4;
-constexpr unsigned answer_wait_s = 3;
+constexpr int64_t answer_wait_ns = 3'000'000'000;
 
 struct Subscription {
     std::string topic;
@@ -242,7 +242,9 @@ int holymsg_publish_and_respond(const char *topic, const void *data, int length,
         return found != nullptr ? 1 : 0;
     });
     if (found == nullptr) {
-        sleep(answer_wait_s);
+        if (const std::shared_ptr<Machine> device = machine()) {
+            device->clock.sleep_ns(answer_wait_ns);
+        }
         return result;
     }
     *answer = found;

@@ -2,6 +2,7 @@
 #include "virtual/ap/equipment.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 
@@ -101,12 +102,15 @@ auto find_record(const Records &records, Key key, auto member) -> const Records:
 
 std::optional<Mac> mac_of(std::string_view text) {
     Mac mac{};
-    char end = 0;
-    const std::string copy(text);
-    if (copy.size() != 17 || copy.find_first_not_of("0123456789abcdefABCDEF:") != copy.npos ||
-        sscanf(copy.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%c", &mac[0], &mac[1], &mac[2],
-               &mac[3], &mac[4], &mac[5], &end) != 6) {
+    if (text.size() != 17) {
         return std::nullopt;
+    }
+    for (size_t i = 0; i < mac.size(); i++) {
+        const char *digits = &text[3 * i];
+        if (std::from_chars(digits, digits + 2, mac[i], 16).ptr != digits + 2 ||
+            (i > 0 && digits[-1] != ':')) {
+            return std::nullopt;
+        }
     }
     return mac;
 }
@@ -138,7 +142,8 @@ void Counter::go_on(const Counter *before, double uptime, double from) {
 }
 
 const Station *Equipment::station(const Mac &mac) const {
-    return find_record(stations, mac, &Station::mac);
+    const auto found = station_places.find(mac);
+    return found == station_places.end() ? nullptr : &stations[found->second];
 }
 
 const Interface *Equipment::interface(std::string_view name) const {

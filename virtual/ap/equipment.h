@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -149,6 +150,7 @@ struct Equipment {
     std::array<std::optional<Radio>, 2> radios;
     std::vector<std::optional<Mac>> bssids; /**< by SSID slot */
     std::vector<Station> stations;
+    std::map<Mac, size_t> station_places; /**< in `stations` */
     std::vector<ArpEntry> arp;
     std::vector<Interface> interfaces;
     std::vector<SwitchPort> ports;

@@ -1,8 +1,8 @@
 /* Files that shell commands of the agent read: answers of the radio driver, and
    the folder's own `ping` and `iwconfig` with the tables that they answer from. */
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 
 #include "virtual/ap/equipment.h"
 #include "virtual/ap/files.h"
@@ -14,16 +14,18 @@ constexpr const char *ping_script = R"sh(#!/bin/sh
 # ping of a virtual access point: it sends nothing and answers from ../run/ping,
 # a host a line: NAME ADDRESS, then a time in milliseconds or "-" (lost) for each
 # reply in turn, or "unknown". "*" stands for every host that has no line.
-size=56 count=4
-while getopts 46nqc:s:W:w:i:t:I: option; do
-    case $option in
-    c) count=$OPTARG ;;
-    s) size=$OPTARG ;;
-    '?') exit 2 ;;
+host= size=56 count=4
+while [ $# -gt 0 ]; do
+    case $1 in
+    -c) count=$2; shift ;;
+    -s) size=$2; shift ;;
+    -[WwitI]) shift ;;
+    -*) ;;
+    *) host=$1 ;;
     esac
+    shift
 done
-shift $((OPTIND - 1))
-exec awk -v host="$1" -v size="$size" -v count="$count" '
+exec awk -v host="$host" -v size="$size" -v count="$count" '
 $1 == host || $1 == "*" && line == "" { line = $0 }
 END {
     fields = split(line, field, " ")
@@ -66,13 +68,21 @@ END {
 }' "${0%/*}/../run/iwconfig"
 )sh";
 
+/** Replaces a file that is made from the description whenever it changes; a
+ *  reader sees the old or the new one. */
 void write_when_changed(const std::filesystem::path &path, const std::string &text) {
     if (read_file(path) == text) {
         return;
     }
     std::error_code error;
     std::filesystem::create_directories(path.parent_path(), error);
-    if (error || !replace_file(path, text)) {
+    const std::filesystem::path fresh = path.string() + ".new";
+    if (std::ofstream(fresh, std::ios::binary).write(text.data(), std::ssize(text)).flush()) {
+        std::filesystem::rename(fresh, path, error);
+    } else {
+        error = std::make_error_code(std::errc::io_error);
+    }
+    if (error) {
         fprintf(stderr, "vap: %s cannot be written\n", path.c_str());
     }
 }

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <functional>
-#include <set>
 
 #include "virtual/ap/equipment.h"
 
@@ -90,19 +89,26 @@ class Part {
         return mac;
     }
 
-    /** Visits the members of an object or the elements of an array. */
-    void each(const std::function<void(const std::string &, const Part &)> &visit) const {
-        if (json_ == nullptr) {
-            return;
+    /** Visits the members of an object. */
+    void members(const std::function<void(const std::string &, const Part &)> &visit) const {
+        if (json_ != nullptr && !json_->is_object()) {
+            complain(path_, "is no object");
+        } else if (json_ != nullptr) {
+            for (const auto &[name, value] : json_->items()) {
+                visit(name, {&value, path_ + "/" + name});
+            }
         }
-        if (!json_->is_structured()) {
-            complain(path_, "is neither object nor array");
-            return;
-        }
-        int index = 0;
-        for (const auto &[key, value] : json_->items()) {
-            const std::string name = json_->is_array() ? std::to_string(index++) : key;
-            visit(name, {value.is_null() ? nullptr : &value, path_ + "/" + name});
+    }
+
+    /** Visits the elements of an array; null stands for an element left out. */
+    void elements(const std::function<void(const Part &)> &visit) const {
+        if (json_ != nullptr && !json_->is_array()) {
+            complain(path_, "is no array");
+        } else if (json_ != nullptr) {
+            for (size_t i = 0; i < json_->size(); i++) {
+                const Json &value = (*json_)[i];
+                visit({value.is_null() ? nullptr : &value, path_ + "/" + std::to_string(i)});
+            }
         }
     }
 
@@ -130,7 +136,7 @@ Traffic read_traffic(const Part &part) {
 
 std::vector<Neighbour> read_scan(const Part &part) {
     std::vector<Neighbour> found;
-    part.each([&](const std::string &, const Part &entry) {
+    part.elements([&](const Part &entry) {
         found.push_back({.ssid = entry["ssid"].text().value_or(""),
                          .bssid = entry["bssid"].text().value_or(""),
                          .channel = entry["channel"].text().value_or("0"),
@@ -151,7 +157,7 @@ std::optional<Radio> read_radio(const Part &part, const Part &scan, const std::s
                 .bit_rate = part["bit_rate"].text().value_or("0"),
                 .channel_use = {},
                 .scan = scan.present() ? std::optional(read_scan(scan)) : std::nullopt};
-    part["channel_use"].each([&](const std::string &channel, const Part &use) {
+    part["channel_use"].members([&](const std::string &channel, const Part &use) {
         radio.channel_use.emplace_back(atoi(channel.c_str()), use.integer().value_or(0));
     });
     return radio;
@@ -188,20 +194,20 @@ std::optional<Station> read_station(const std::string &name, const Part &part,
 }
 
 void read_stations(const Part &part, Equipment &equipment) {
-    std::set<Mac> seen;
-    part.each([&](const std::string &name, const Part &entry) {
-        std::optional<Station> station = read_station(name, entry, equipment);
-        if (station && !seen.insert(station->mac).second) {
-            complain(entry.path(), "stands there twice");
+    part.members([&](const std::string &name, const Part &entry) {
+        const std::optional<Station> station = read_station(name, entry, equipment);
+        const size_t place = equipment.stations.size();
+        if (station && equipment.station_places.emplace(station->mac, place).second) {
+            equipment.stations.push_back(*station);
         } else if (station) {
-            equipment.stations.push_back(std::move(*station));
+            complain(entry.path(), "stands there twice");
         }
     });
 }
 
 /** Entries of its own first: they hold for a station, too. */
 void read_arp(const Part &part, Equipment &equipment) {
-    part.each([&](const std::string &name, const Part &entry) {
+    part.members([&](const std::string &name, const Part &entry) {
         const std::optional<Mac> mac = mac_of(name);
         const auto ip = ip_of(entry.text().value_or(""));
         if (mac && ip) {
@@ -214,7 +220,7 @@ void read_arp(const Part &part, Equipment &equipment) {
 
 std::vector<Interface> read_interfaces(const Part &part) {
     std::vector<Interface> interfaces;
-    part.each([&](const std::string &name, const Part &entry) {
+    part.members([&](const std::string &name, const Part &entry) {
         interfaces.push_back({.name = name,
                               .mac = entry["mac"].mac(),
                               .ip = entry["ip"].text().value_or(""),
@@ -251,7 +257,7 @@ std::optional<int> duplex_code(const Part &part) {
 
 std::vector<SwitchPort> read_ports(const Part &part) {
     std::vector<SwitchPort> ports;
-    part.each([&](const std::string &name, const Part &entry) {
+    part.members([&](const std::string &name, const Part &entry) {
         ports.push_back({.number = atoi(name.c_str()),
                          .link = entry["link"].flag(false),
                          .speed = speed_code(entry),
@@ -278,7 +284,7 @@ Discovery read_discovery(const Part &part) {
 
 std::vector<PingHost> read_ping(const Part &part) {
     std::vector<PingHost> hosts;
-    part.each([&](const std::string &name, const Part &entry) {
+    part.members([&](const std::string &name, const Part &entry) {
         if (name.empty() || name.find_first_of(" \t\n") != std::string::npos) {
             complain(entry.path(), "is no host name");
             return;
@@ -287,9 +293,8 @@ std::vector<PingHost> read_ping(const Part &part) {
                       .address = ip_of(name) ? name : entry["address"].text().value_or("192.0.2.1"),
                       .unknown = entry["unknown"].flag(false),
                       .replies = {}};
-        entry["replies"].each([&](const std::string &, const Part &reply) {
-            host.replies.push_back(reply.number());
-        });
+        entry["replies"].elements(
+            [&](const Part &reply) { host.replies.push_back(reply.number()); });
         hosts.push_back(std::move(host));
     });
     return hosts;
@@ -317,8 +322,7 @@ Equipment read_equipment(const Json &description) {
         equipment.radios[i] = read_radio(all["radios"][bands[i].key], all["scan"][bands[i].key],
                                          equipment.names[radio_2g_name + i]);
     }
-    all["bssids"].each(
-        [&](const std::string &, const Part &bssid) { equipment.bssids.push_back(bssid.mac()); });
+    all["bssids"].elements([&](const Part &bssid) { equipment.bssids.push_back(bssid.mac()); });
     read_stations(all["stations"], equipment);
     read_arp(all["arp"], equipment);
     equipment.interfaces = read_interfaces(all["interfaces"]);

@@ -2,11 +2,13 @@
 #include "platform/firmware.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <vector>
 
 #include "virtual/ap/effect.h"
 #include "virtual/ap/equipment.h"
@@ -17,6 +19,7 @@ namespace vap {
 namespace {
 
 constexpr const char *image_path = "/tmp/image";
+constexpr uint64_t most_image_bytes = 256 << 20;
 
 FirmwareLibrary firmware_now() {
     return equipment_now()->firmware;
@@ -42,6 +45,21 @@ struct ImageFile {
     Descriptor fd;
     std::optional<uint64_t> size;
 };
+
+/** The first `size` bytes of a mapping, fewer where its file has shrunk or was
+ *  never as long: the system call reads them, so nothing here can fault. */
+std::vector<uint8_t> mapped_bytes(const void *image, size_t size) {
+    const Descriptor copy(memfd_create("image", MFD_CLOEXEC));
+    size_t copied = 0;
+    for (ssize_t put = 1; put > 0 && copied < size; copied += put) {
+        put = write(copy.get(), static_cast<const char *>(image) + copied, size - copied);
+        put = std::max<ssize_t>(put, 0);
+    }
+    std::vector<uint8_t> bytes(copied);
+    const ssize_t got = pread(copy.get(), bytes.data(), bytes.size(), 0);
+    bytes.resize(static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    return bytes;
+}
 
 /** A verdict of the library: planned to fail, given by the description, or found
  *  by `judge`. */
@@ -83,9 +101,7 @@ int check_fw_type_ap(const void *image) {
     if (image == nullptr) {
         return 0;
     }
-    // A mapping begins with a page and ends with one: the header of even the
-    // shortest image can be read.
-    const auto header = image_header({static_cast<const uint8_t *>(image), image_header_size});
+    const auto header = image_header(mapped_bytes(image, image_header_size));
     return header ? static_cast<int>(header->type) : 0;
 }
 
@@ -109,16 +125,16 @@ int check_mtd_size_ap(int, const char *path) {
 
 int check_fw_crc_ap(int type, const void *image) {
     return verdict("check_fw_crc_ap", &FirmwareLibrary::crc, [&](const FirmwareLibrary &) {
-        // The mapping is as long as the file, whatever the header says.
+        // The file tells how long the mapping is, whatever the header says.
         const std::optional<uint64_t> size = ImageFile(image_path).size;
-        if (image == nullptr || !size || *size < image_header_size) {
+        if (image == nullptr || !size || *size > most_image_bytes) {
             return false;
         }
-        const std::span bytes(static_cast<const uint8_t *>(image), static_cast<size_t>(*size));
+        const std::vector<uint8_t> bytes = mapped_bytes(image, static_cast<size_t>(*size));
         const std::optional<ImageHeader> header = image_header(bytes);
         return header && header->type == static_cast<uint32_t>(type) &&
                header->length >= image_header_size && header->length <= bytes.size() &&
-               header->checksum == image_checksum(bytes.first(header->length));
+               header->checksum == image_checksum(std::span(bytes).first(header->length));
     });
 }
 

@@ -2,7 +2,6 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -20,9 +19,9 @@ void fill(wifi_sta &record, const Station &station, double uptime) {
     snprintf(record.ifname, sizeof record.ifname, "%s", station.interface.c_str());
     snprintf(record.mac, sizeof record.mac, "%s", station.mac_text.c_str());
     snprintf(record.ip, sizeof record.ip, "%s", station.ip.c_str());
-    // A sum of manual steps may stand a hair below the whole second.
-    snprintf(record.online_time, sizeof record.online_time, "%.0f",
-             std::floor(uptime - station.joined + 1e-6));
+    // A time of manual steps may stand a hair below the whole second.
+    snprintf(record.online_time, sizeof record.online_time, "%lld",
+             static_cast<long long>(uptime - station.joined + 1e-6));
     snprintf(record.signal, sizeof record.signal, "%s", station.signal.c_str());
     record.down_bytes = static_cast<uint32_t>(station.down.now(uptime));
     record.up_bytes = static_cast<uint32_t>(station.up.now(uptime));

@@ -460,9 +460,6 @@ void Link::on_connected(int reason, const mosquitto_property *properties) {
     }
     say(Level::notice, "connected to %s:%d as %s", settings_.broker.host.c_str(),
         settings_.broker.port, linked_serial_.c_str());
-    if (const size_t dropped = outbox_.take_dropped()) {
-        say(Level::warning, "%zu messages were dropped while the broker was away", dropped);
-    }
 }
 
 void Link::on_disconnected(int reason) {
@@ -495,6 +492,12 @@ void Link::on_message(const mosquitto_message &message, const mosquitto_property
 
 void Link::on_acknowledged(int identifier, int reason) {
     outbox_.acknowledged(identifier);
+    if (outbox_.waiting() == 0) {
+        if (const size_t dropped = outbox_.take_dropped()) {
+            say(Level::warning, "%zu messages found no place in the queue and were dropped",
+                dropped);
+        }
+    }
     if (reason >= first_failure && !refusal_said_) {
         refusal_said_ = true;
         say(Level::warning, "the broker refuses messages of %s (%s)", linked_serial_.c_str(),

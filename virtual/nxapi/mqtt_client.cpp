@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -72,35 +73,27 @@ mosquitto *new_client() {
     return mosq;
 }
 
+bool is_own_open_pair(int fd) {
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    return fcntl(fd, F_GETFD) == 0 && getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+           peer.pid == getpid();
+}
+
 /** libmosquitto wakes its own loop through a socket pair, which stays open in
- *  children and which nobody empties here. A pair is made of the two lowest free
- *  descriptors, so the numbers are known beforehand, unless another thread opens one
- *  in between; then the pair is left as it is. */
-class WakePair {
-  public:
-    WakePair() {
-        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair_) == 0) {
-            close(pair_[0]);
-            close(pair_[1]);
+ *  children and which nobody empties here. New descriptors are the lowest free ones,
+ *  so the pair stands before one that is opened behind it. */
+void tame_wake_pair() {
+    const int behind = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    for (int fd = STDERR_FILENO + 1; fd < behind; ++fd) {
+        if (is_own_open_pair(fd)) {
+            const int least = 0;
+            fcntl(fd, F_SETFD, FD_CLOEXEC);
+            setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &least, sizeof(least));
         }
     }
-
-    void tame() const {
-        for (const int fd : pair_) {
-            int domain = 0;
-            socklen_t size = sizeof(domain);
-            if (fd >= 0 && getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 &&
-                domain == AF_UNIX && fcntl(fd, F_GETFD) == 0) {
-                fcntl(fd, F_SETFD, FD_CLOEXEC);
-                const int least = 0;
-                setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &least, sizeof(least));
-            }
-        }
-    }
-
-  private:
-    int pair_[2] = {-1, -1};
-};
+    close(behind);
+}
 
 const char *text_or_null(const std::string &text) {
     return text.empty() ? nullptr : text.c_str();
@@ -119,10 +112,15 @@ int set_tls(mosquitto *mosq, const Settings &settings) {
 
 /** The first TLS file that cannot be read; libmosquitto does not tell which. */
 std::string unreadable_file(const Settings &settings) {
-    for (const std::string *file : {&settings.cafile, &settings.certfile, &settings.keyfile}) {
-        if (!file->empty() && access(file->c_str(), R_OK) != 0) {
-            return "cannot read " + *file + " (" + std::strerror(errno) + ")";
+    for (const std::string *path : {&settings.cafile, &settings.certfile, &settings.keyfile}) {
+        if (path->empty()) {
+            continue;
         }
+        FILE *file = std::fopen(path->c_str(), "re");
+        if (file == nullptr) {
+            return "cannot read " + *path + " (" + std::strerror(errno) + ")";
+        }
+        std::fclose(file);
     }
     return {};
 }
@@ -149,9 +147,8 @@ MqttClient::MqttClient(MqttEvents &events) : events_(events), mosq_(new_client()
 }
 
 int MqttClient::renew(const char *id) {
-    const WakePair pair;
     const int result = mosquitto_reinitialise(mosq_.get(), id, true, &events_);
-    pair.tame();
+    tame_wake_pair();
     return result;
 }
 
