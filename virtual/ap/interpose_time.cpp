@@ -107,35 +107,18 @@ int settimeofday(const timeval *value, const struct timezone *zone) noexcept {
 
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
                    void *argument) noexcept {
-    if (vap::from_sanitizer(VAP_CALLER)) {  // on its way from create_thread to libc
-        static auto *const next = vap::real<decltype(pthread_create)>("pthread_create");
-        return next(thread, attributes, body, argument);
-    }
-    return vap::create_thread(VAP_CALLER, thread, attributes, body, argument);
-}
-
-}  // extern "C"
-
-namespace vap {
-
-int create_thread(const void *caller, pthread_t *thread, const pthread_attr_t *attributes,
-                  void *(*body)(void *), void *argument) {
     using Create = int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
-    static auto *const next = [] {
-        void *const sanitizer = sanitizer_library();
-        return sanitizer != nullptr ? reinterpret_cast<Create *>(dlsym(sanitizer, "pthread_create"))
-                                    : real<Create>("pthread_create");
-    }();
-    const std::shared_ptr<Machine> device = caught();
-    if (!device || !from_agent(caller)) {
+    static auto *const next = vap::real<Create>("pthread_create");
+    const std::shared_ptr<vap::Machine> device = vap::caught();
+    if (!device || !vap::from_agent(VAP_CALLER)) {
         return next(thread, attributes, body, argument);
     }
-    if (const std::optional<long> fault = due_fault("pthread_create", EAGAIN)) {
+    if (const std::optional<long> fault = vap::due_fault("pthread_create", EAGAIN)) {
         return static_cast<int>(*fault);
     }
-    Clock &clock = device->clock;
+    vap::Clock &clock = device->clock;
     auto *start = new Start{body, argument, &clock, clock.admit()};
-    Clock::Sleeper *const place = start->place;
+    vap::Clock::Sleeper *const place = start->place;
     const int result = next(thread, attributes, run_thread, start);
     if (result != 0) {
         clock.dismiss(place);
@@ -144,4 +127,4 @@ int create_thread(const void *caller, pthread_t *thread, const pthread_attr_t *a
     return result;
 }
 
-}  // namespace vap
+}  // extern "C"
