@@ -66,6 +66,8 @@ class Tls : public ::testing::Test {
         certificates.issue("broker", "127.0.0.1", "ca");
         certificates.issue("SN1", "SN1", "ca");
         certificates.issue("console", "console", "ca");
+        // The broker reads only what belongs to it.
+        std::ofstream(certificates.path("acl")) << file_text(NORVEX_SOURCE_DIR "/config/acl");
     }
 
     /** The shipped profile, with the test's port and files. */
@@ -73,7 +75,7 @@ class Tls : public ::testing::Test {
         std::string text = file_text(NORVEX_SOURCE_DIR "/config/mosquitto-tls.conf");
         replace(text, "listener 8883", "listener PORT 127.0.0.1");
         replace(text, "/etc/mosquitto/certs", certificates.path(""));
-        replace(text, "/etc/mosquitto/acl", NORVEX_SOURCE_DIR "/config/acl");
+        replace(text, "/etc/mosquitto/acl", certificates.path("acl"));
         return text;
     }
 
@@ -125,6 +127,50 @@ TEST_F(Tls, WithoutVerificationAnyBrokerIsTaken) {
     trusting.tls_verify = false;
     CloudDevice device(trusting, "SN1");
     EXPECT_TRUE(eventually([&] { return device.client.is_up(); }));
+}
+
+TEST_F(Tls, ADeviceReachesItsOwnSubtreeOnly) {
+    certificates.issue("SN2", "SN2", "ca");
+    certificates.issue("SN3", "SN3", "ca");
+    test::Broker broker(profile());
+    test::Console console(broker, {certificates.path("ca.crt"), certificates.path("console.crt"),
+                                   certificates.path("console.key")});
+    CloudDevice device(settings(broker, "SN1"), "SN1");
+    device.serve(0, test::echo_command);
+    eventually([&] {
+        console.publish("norvex/v1/SN1/cmd/cloud/0", "{}");
+        console.loop();
+        device.work();
+        return !console.on("norvex/v1/SN1/rsp/cloud/0").empty();
+    });
+    EXPECT_FALSE(console.on("norvex/v1/SN1/up/identity").empty());
+
+    // With the certificate of another nobody appears as SN1, hears or commands it, or
+    // takes its place on the broker.
+    ::testing::internal::CaptureStderr();
+    nxapi::Settings stolen = settings(broker, "SN2");
+    stolen.client_id = "SN1";
+    CloudDevice impostor(stolen, "SN1");
+    test::Console thief(broker, {certificates.path("ca.crt"), certificates.path("SN3.crt"),
+                                 certificates.path("SN3.key")});
+    eventually([&] { return impostor.client.is_up(); });
+    const size_t known = console.on("norvex/v1/SN1/status").size();
+    impostor.client.upload("up/alarm", "false alarm");
+    thief.publish("norvex/v1/SN1/cmd/cloud/0", "stolen");
+    eventually([&] {
+        thief.loop();
+        console.publish("norvex/v1/SN1/cmd/cloud/0", "last");
+        console.loop();
+        device.work();
+        return console.last("norvex/v1/SN1/rsp/cloud/0").payload == "<last>";
+    });
+    ::testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(thief.received.empty());
+    EXPECT_TRUE(device.client.is_up());
+    EXPECT_TRUE(console.on("norvex/v1/SN1/up/alarm").empty());
+    EXPECT_EQ(console.on("norvex/v1/SN1/status").size(), known);
+    EXPECT_THAT(console.on("norvex/v1/SN1/rsp/cloud/0"),
+                ::testing::Not(::testing::Contains("<stolen>")));
 }
 
 }  // namespace

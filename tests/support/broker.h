@@ -194,11 +194,20 @@ struct Received {
     std::string result; /**< the user property of this name */
 };
 
+/** PEM files of a TLS client. */
+struct Credentials {
+    std::string cafile, certfile, keyfile;
+};
+
 /** An MQTT client that works only while `loop` is called. */
 class Console {
   public:
-    explicit Console(const Broker &broker, const std::string &subscription = "norvex/v1/#")
+    explicit Console(const Broker &broker, const Credentials &credentials = {})
         : mosq_(mosquitto_new(nullptr, true, this), mosquitto_destroy) {
+        if (!credentials.cafile.empty()) {
+            mosquitto_tls_set(mosq_.get(), credentials.cafile.c_str(), nullptr,
+                              credentials.certfile.c_str(), credentials.keyfile.c_str(), nullptr);
+        }
         mosquitto_int_option(mosq_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
         mosquitto_int_option(mosq_.get(), MOSQ_OPT_TCP_NODELAY, 1);
         mosquitto_message_v5_callback_set(mosq_.get(), on_message);
@@ -209,7 +218,7 @@ class Console {
         if (mosquitto_connect(mosq_.get(), "127.0.0.1", broker.port(), 60) != MOSQ_ERR_SUCCESS) {
             throw std::runtime_error("the console cannot connect");
         }
-        mosquitto_subscribe(mosq_.get(), nullptr, subscription.c_str(), 1);
+        mosquitto_subscribe(mosq_.get(), nullptr, "norvex/v1/#", 1);
         eventually([&] {
             loop();
             return subscribed_;
