@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr int scan_results_max = 128;
-
 /** What a radio works on at this moment. */
 struct RadioNow {
     int channel;   /**< 0 while nothing is on the air */
@@ -89,27 +87,14 @@ void fill_neighbor(cJSON *neighbor, const Band &band, const wifi_scan_result &re
     json_add_number(neighbor, "snr", 0);
 }
 
-int scan_band(const Band &band, cJSON *array) {
-    std::array<wifi_scan_result, scan_results_max> results{};
+using ScanResults = std::array<wifi_scan_result, 128>;
+
+/** Scans with a radio; how many results there are, 0 when the scan failed. */
+int scan(const Band &band, ScanResults &results) {
+    const auto room = static_cast<int>(results.size());
     int count = 0;
-    if (wifi_do_scan(get_eth_name(band.eth_index), &count, results.data(), scan_results_max) != 0 ||
-        count < 1) {
-        NX_TRACE("[%s]:[%d],the result of scan is error!\n", __func__, __LINE__);
-        return -1;
-    }
-    NX_TRACE("wifi do scan list_len = %d\n", count);
-    count = std::min(count, scan_results_max);
-    for (int i = 0; i < count; ++i) {
-        // A hidden network stays an empty object, at its position.
-        cJSON *neighbor = json_made(json_append(array, json_object()));
-        if (neighbor == nullptr) {
-            return -1;
-        }
-        if (results[i].ssid[0] != '\0') {
-            fill_neighbor(neighbor, band, results[i]);
-        }
-    }
-    return 0;
+    const int failed = wifi_do_scan(get_eth_name(band.eth_index), &count, results.data(), room);
+    return failed != 0 ? 0 : std::clamp(count, 0, room);
 }
 
 /** Identifier of a slot's BSSID in the access-point store, the same for both
@@ -155,8 +140,24 @@ int neighbor_entry_get(cJSON *array) {
     for (const Band &band : bands) {
         if (!radio_enabled(band)) {
             NX_TRACE("[%s]:[%d],wifi disabled!\n", __func__, __LINE__);
-        } else if (scan_band(band, array) != 0) {
+            continue;
+        }
+        ScanResults results{};
+        const int count = scan(band, results);
+        if (count < 1) {
+            NX_TRACE("[%s]:[%d],the result of scan is error!\n", __func__, __LINE__);
             return -1;
+        }
+        NX_TRACE("wifi do scan list_len = %d\n", count);
+        for (int i = 0; i < count; ++i) {
+            // A hidden network stays an empty object, at its position.
+            cJSON *neighbor = json_made(json_append(array, json_object()));
+            if (neighbor == nullptr) {
+                return -1;
+            }
+            if (results[i].ssid[0] != '\0') {
+                fill_neighbor(neighbor, band, results[i]);
+            }
         }
     }
     return 0;
