@@ -16,13 +16,17 @@ struct Band {
     int slots;                /**< SSID slots, from 0 */
     const char *radio_prefix; /**< radio key: prefix + field */
     const char *ssid_stem;    /**< SSID key: stem + slot + "." + field */
+    const char *ssid_array;   /**< array of its SSIDs in JSON */
     int eth_index;            /**< main interface, for `get_eth_name` */
 };
 
 inline constexpr std::array<Band, 2> bands{{
-    {0, 24, 8, "wl2g.public.", "wl2g.ssid", ETH_NAME_RADIO_2G},
-    {1, 5, 4, "wl5g.public.", "wl5g.ssid", ETH_NAME_RADIO_5G},
+    {0, 24, 8, "wl2g.public.", "wl2g.ssid", "radio1", ETH_NAME_RADIO_2G},
+    {1, 5, 4, "wl5g.public.", "wl5g.ssid", "radio2", ETH_NAME_RADIO_5G},
 }};
+
+/** "vlanid" of an SSID without a VLAN of its own. */
+inline constexpr const char *default_vlan = "1000";
 
 /** A key of the store, built from parts. */
 struct Key {

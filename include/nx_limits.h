@@ -20,6 +20,9 @@ constexpr size_t stations = 128;
 /** Pairs of the converted ARP table. */
 constexpr size_t arp_pairs = 512;
 
+/** Elements of one array of SSIDs that are applied; a radio has at most 8 SSIDs. */
+constexpr size_t ssid_elements = 1024;
+
 /** Radio rules of one request that are applied. A device has two radios; each rule
  *  costs a commit and a Wi-Fi restart. */
 constexpr size_t radio_rules = 64;

@@ -72,7 +72,11 @@ int timestamp_download(cJSON *request, cJSON *response) {
         store_set("sys.timesyn", "1");
         commit_and_notify(netctrl::clock, 3);
     }
-    json_add_string(response, "mode", answers[differing(server_stamps(time_array))]);
-    json_add_number(response, "manage_mode", store_int("nx.manage.mode"));
+    const char *mode = answers[differing(server_stamps(time_array))];
+    if (json_made(json_add_string(response, "mode", mode)) == nullptr ||
+        json_made(json_add_number(response, "manage_mode", store_int("nx.manage.mode"))) ==
+            nullptr) {
+        return -1;
+    }
     return 0;
 }

@@ -124,7 +124,7 @@ void as_schedule(cJSON *object, const char *member, const SsidSlot &ssid, const 
 /** The VLAN of every SSID without one of its own is not told. */
 void as_vlan(cJSON *object, const char *member, const SsidSlot &ssid, const char *field) {
     const StoreValue id = ssid.get(field);
-    json_add_string(object, member, strcmp(id.text, "1000") == 0 ? "" : id.text);
+    json_add_string(object, member, strcmp(id.text, default_vlan) == 0 ? "" : id.text);
 }
 
 struct SsidMember {
@@ -153,7 +153,7 @@ constexpr std::array ssid_members{
 };
 
 bool add_ssids(cJSON *wireless_config, const Band &band) {
-    cJSON *array = json_add_array(wireless_config, band.number == 0 ? "radio1" : "radio2");
+    cJSON *array = json_add_array(wireless_config, band.ssid_array);
     if (array == nullptr) {
         return false;
     }

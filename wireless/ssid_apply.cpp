@@ -11,9 +11,6 @@
 
 namespace {
 
-/** Arrays of SSIDs, by band number. A third radio, "radio3", is not set. */
-constexpr std::array<const char *, bands.size()> members{"radio1", "radio2"};
-
 /** One SSID of the store. */
 struct Slot {
     const Band &band;
@@ -136,14 +133,15 @@ void follow_vlan_use(const SsidRun &run) {
 }  // namespace
 
 int ssid_apply(const cJSON *config, const SsidRules &rules, SsidRun &run) {
-    for (const Band &band : bands) {
-        const cJSON *ssids = json_get_array(config, members[static_cast<size_t>(band.number)]);
+    for (const Band &band : bands) {  // a third radio's "radio3" is not set
+        const cJSON *ssids = json_get_array(config, band.ssid_array);
         if (ssids == nullptr) {
             nx_trace(rules.function, __LINE__, "the cJSON_GetObjectItem err!\n");
             continue;
         }
-        const cJSON *ssid;
-        cJSON_ArrayForEach(ssid, ssids) {
+        size_t count = 0;
+        for (const cJSON *ssid = ssids->child; ssid != nullptr && count < limits::ssid_elements;
+             ssid = ssid->next, ++count) {
             apply_ssid(band, ssid, rules, run);
         }
         if (rules.follows_vlan_use) {

@@ -43,9 +43,6 @@ inline constexpr SsidRules ssid_download{
     .stops_at_failed_commit = true,
 };
 
-/** VLAN of an SSID that was given none. */
-inline constexpr const char *default_vlan = "1000";
-
 /** What is carried from SSID to SSID and from radio to radio in one call. */
 struct SsidRun {
     /** "wl.0.vlan.enable" as it was at the start of the call. */
