@@ -102,17 +102,15 @@ TEST_F(Wrapper, PutsItsVerdictBehindTheHandlersOwn) {
 }
 
 TEST_F(Wrapper, LosesNothingWhenAnAllocationFails) {
-    int failing = 0;
-    for (bool passed = false; !passed;) {
-        const test::JsonAllocations allocations(++failing);
-        const Outcome outcome = wrapped("{\"text\":\"hello\",\"list\":[1,2,{\"a\":null}]}");
-        passed = test::JsonAllocations::made() < failing;
-        EXPECT_EQ(test::JsonAllocations::live(), 0) << "allocation " << failing;
-        if (outcome.result == 0) {
-            EXPECT_THAT(outcome.text, HasSubstr("resp_code")) << "allocation " << failing;
-        }
-    }
-    EXPECT_GT(failing, 10);
+    Outcome outcome;
+    const int runs = test::fail_each_allocation(
+        [&] { outcome = wrapped("{\"text\":\"hello\",\"list\":[1,2,{\"a\":null}]}"); },
+        [&](bool) {
+            if (outcome.result == 0) {
+                EXPECT_THAT(outcome.text, HasSubstr("resp_code"));
+            }
+        });
+    EXPECT_GT(runs, 10);
 }
 
 TEST(JsonInt, IsDefinedForEveryDouble) {

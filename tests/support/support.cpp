@@ -176,4 +176,19 @@ int JsonAllocations::live() {
     return live_allocations;
 }
 
+int fail_each_allocation(const std::function<void()> &act,
+                         const std::function<void(bool passed)> &check) {
+    for (int failing = 1;; ++failing) {
+        SCOPED_TRACE("allocation " + std::to_string(failing));
+        const JsonAllocations memory(failing);
+        act();
+        const bool passed = JsonAllocations::made() < failing;
+        EXPECT_EQ(JsonAllocations::live(), 0);
+        check(passed);
+        if (passed) {
+            return failing;
+        }
+    }
+}
+
 }  // namespace test

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -94,6 +95,12 @@ class JsonAllocations {
     static int made();
     static int live();
 };
+
+/** Runs `act` with its first allocation of cJSON failing, then with its second, and
+ *  so on until it needs no more; each run must free what it took. `check` follows
+ *  every run, with whether nothing failed in it. Returns the number of runs. */
+int fail_each_allocation(const std::function<void()> &act,
+                         const std::function<void(bool passed)> &check);
 
 }  // namespace test
 

@@ -1,0 +1,248 @@
+#include "core/control_socket.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <set>
+
+#include "core/event_loop.h"
+#include "nx_limits.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+constexpr const char *device_path = "/var/norvex_socket";
+
+/** A program of the device that sends a message. */
+class Sender {
+  public:
+    Sender() : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
+    ~Sender() { close(fd_); }
+    Sender(const Sender &) = delete;
+    Sender &operator=(const Sender &) = delete;
+
+    /** False while the agent's backlog is full. */
+    bool connect_to_agent() const {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        snprintf(address.sun_path, sizeof address.sun_path, "%s/root%s", vap::folder().c_str(),
+                 device_path);
+        return connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    }
+    void write(const std::string &text) const {
+        EXPECT_EQ(send(fd_, text.data(), text.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(text.size()));
+    }
+    /** True when the agent has closed the connection, without a word. */
+    bool was_hung_up() const {
+        char byte;
+        const ssize_t length = recv(fd_, &byte, 1, 0);
+        // An agent that leaves bytes unread resets the connection.
+        return length == 0 || (length < 0 && errno == ECONNRESET);
+    }
+
+  private:
+    int fd_;
+};
+
+class ControlSocket : public test::Device {
+  protected:
+    ControlSocket() : fd_(nx_cgi_init()) { effects(); }
+    ~ControlSocket() override {
+        stop_poll_fn(pitems.next);
+        close(fd_);
+    }
+
+    /** Sends one message, lets the agent serve it, and gives back the uploads. */
+    std::vector<std::string> send_message(const std::string &text) {
+        const Sender sender;
+        EXPECT_TRUE(sender.connect_to_agent());
+        sender.write(text);
+        poll_once();
+        EXPECT_TRUE(sender.was_hung_up());
+        return uploads_now();
+    }
+    std::vector<std::string> uploads_now() {
+        return effects(
+            {"nx_api_config_upload", "nx_api_manage_info_upload", "nx_api_sys_log_upload_v1"});
+    }
+
+    int fd_;
+};
+
+TEST_F(ControlSocket, ObeysItsThreeMessages) {
+    EXPECT_THAT(send_message("DownloadCfg"), ElementsAre(StartsWith("nx_api_config_upload ")));
+    EXPECT_THAT(send_message("SkyModeChange"),
+                ElementsAre("nx_api_manage_info_upload {\n\t\"manage\":\t2\n}"));
+    EXPECT_THAT(send_message("norvex.log.link up"),
+                ElementsAre("nx_api_sys_log_upload_v1 link up"));
+    refuse("nx_api_manage_info_upload");
+    EXPECT_THAT(output_of([&] { send_message("SkyModeChange"); }),
+                HasSubstr(" : nx_api_bind_info_upload err!\n"));
+    EXPECT_EQ(fcntl(fd_, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+}
+
+TEST_F(ControlSocket, TakesNoNearMiss) {
+    const std::string nul(1, '\0');
+    struct Row {
+        std::string message;
+        const char *upload;  // null: none
+    } const rows[] = {
+        {"DownloadCfg\n", nullptr},
+        {"downloadcfg", nullptr},
+        {"DOWNLOADCFG", nullptr},
+        {" DownloadCfg", nullptr},
+        {"DownloadCfgs", nullptr},
+        {"SkyModeChang", nullptr},
+        {"norvex.log", nullptr},
+        {"NORVEX.LOG.x", nullptr},
+        {"\xff\xfe%s%n", nullptr},
+        {nul + "SkyModeChange", nullptr},  // a text ends at its NUL ...
+        {"SkyModeChange" + nul + "more", "nx_api_manage_info_upload {\n\t\"manage\":\t2\n}"},
+        {"norvex.log.", "nx_api_sys_log_upload_v1 "},
+        {"abcnorvex.log.hello", "nx_api_sys_log_upload_v1 og.hello"},  // cut at a fixed place
+        {"norvex.log.a" + nul + "b", "nx_api_sys_log_upload_v1 a"},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.message);
+        if (row.upload == nullptr) {
+            EXPECT_THAT(send_message(row.message), IsEmpty());
+        } else {
+            EXPECT_THAT(send_message(row.message), ElementsAre(row.upload));
+        }
+    }
+}
+
+TEST_F(ControlSocket, ReadsOneThousandAndTwentyFourBytes) {
+    const std::string prefix = "norvex.log.";
+    const std::string fits(1024 - prefix.size(), 'x');
+    for (const size_t more : {0, 1, 1024, 100'000}) {
+        EXPECT_THAT(send_message(prefix + fits + std::string(more, 'y')),
+                    ElementsAre("nx_api_sys_log_upload_v1 " + fits))
+            << more << " bytes too many";
+    }
+    EXPECT_THAT(send_message(std::string(1020, 'x') + prefix), IsEmpty())
+        << "the prefix does not come whole";
+}
+
+TEST_F(ControlSocket, TakesTheFirstPartOfASplitMessage) {
+    const Sender sender;
+    ASSERT_TRUE(sender.connect_to_agent());
+    sender.write("SkyMode");
+    poll_once();
+    EXPECT_TRUE(sender.was_hung_up());
+    EXPECT_THAT(uploads_now(), IsEmpty());
+}
+
+TEST_F(ControlSocket, IgnoresASenderWithoutAMessage) {
+    { EXPECT_TRUE(Sender().connect_to_agent()); }
+    poll_once();
+    EXPECT_THAT(effects(), IsEmpty());
+}
+
+TEST_F(ControlSocket, ServesAHundredSendersAtOnce) {
+    std::vector<std::unique_ptr<Sender>> waiting;
+    for (int i = 0; i < 100; ++i) {
+        waiting.push_back(std::make_unique<Sender>());
+    }
+    std::multiset<std::string> received;
+    int next = 0;
+    while (received.size() < 100) {
+        std::erase_if(waiting, [&](const std::unique_ptr<Sender> &sender) {
+            const bool connected = sender->connect_to_agent();
+            if (connected) {
+                sender->write("norvex.log." + std::to_string(next++));
+            }
+            return connected;  // and hangs up at once
+        });
+        poll_once();
+        for (const std::string &line : uploads_now()) {
+            received.insert(line);
+        }
+    }
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(received.count("nx_api_sys_log_upload_v1 " + std::to_string(i)), 1U) << i;
+    }
+}
+
+TEST_F(ControlSocket, GivesASilentSenderTwoSeconds) {
+    const Sender silent;
+    const Sender other;
+    ASSERT_TRUE(silent.connect_to_agent());
+    ASSERT_TRUE(other.connect_to_agent());
+    other.write("norvex.log.after");
+    const auto start = std::chrono::steady_clock::now();
+    poll_once();
+    const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited.count(), 1.9);
+    EXPECT_LT(waited.count(), 10.0);
+    EXPECT_TRUE(silent.was_hung_up());
+    EXPECT_THAT(uploads_now(), IsEmpty());
+    poll_once();
+    EXPECT_THAT(uploads_now(), ElementsAre("nx_api_sys_log_upload_v1 after"));
+}
+
+TEST_F(ControlSocket, SaysWhenNobodyCouldBeAccepted) {
+    int result = 0;
+    EXPECT_THAT(output_of([&] { result = recv_msg_handle(nullptr, -1, POLLIN); }),
+                HasSubstr("[recv_msg_handle]"));
+    EXPECT_EQ(result, -1);
+}
+
+class ControlSocketStart : public test::Device {
+  protected:
+    std::filesystem::path path() const { return vap::folder() / "root/var/norvex_socket"; }
+};
+
+TEST_F(ControlSocketStart, ReplacesWhatAnEarlierRunLeft) {
+    int first = -1;
+    EXPECT_EQ(nx_server_init(device_path, &first), first);
+    write_file("/var/other", "");
+    for (const bool plain_file : {false, true}) {  // the first socket, then a file
+        if (plain_file) {
+            std::filesystem::remove(path());
+            write_file(device_path, "left over");
+        }
+        int fd = -1;
+        EXPECT_THAT(output_of([&] { nx_server_init(device_path, &fd); }),
+                    HasSubstr("[nx_server_init]"));
+        EXPECT_TRUE(Sender().connect_to_agent());
+        close(fd);
+    }
+    close(first);
+}
+
+TEST_F(ControlSocketStart, EndsTheProcessWhenItCannotStart) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // the device has threads
+    std::filesystem::create_directories(path());
+    EXPECT_EXIT(nx_cgi_init(), ::testing::ExitedWithCode(1), "");
+    int fd = -1;
+    const std::string too_long = "/var/" + std::string(200, 'x');
+    EXPECT_EXIT(nx_server_init(too_long.c_str(), &fd), ::testing::ExitedWithCode(1), "");
+    EXPECT_EQ(fd, -1);
+}
+
+TEST_F(ControlSocketStart, ClosesItsSocketWhenItCannotBeWatched) {
+    std::vector<poll_item *> items;
+    while (poll_item *item = poll_item_add(0, POLLIN, recv_msg_handle)) {
+        items.push_back(item);
+    }
+    int result = 0;
+    EXPECT_THAT(output_of([&] { result = nx_cgi_init(); }), HasSubstr(" : Out of memory!\n"));
+    EXPECT_EQ(result, -1);
+    EXPECT_FALSE(Sender().connect_to_agent()) << "nobody listens any more";
+    for (poll_item *item : items) {
+        stop_poll_fn(item);
+    }
+}
+
+}  // namespace
