@@ -142,7 +142,8 @@ TEST_F(ResourceAlarm, TellsBothResourcesInOneDocument) {
 }
 
 TEST_F(ResourceAlarm, GoesOnWithoutATimeZone) {
-    std::ofstream(vap::folder() / "config") << "ap.apname=ZX-A5V1.0\n";
+    std::ofstream(vap::folder() / "config") << "sys.targets=all\n";
+    set("ap.apname", "ZX-A5V1.0");  // takes the changed file in
     use(0, 95);
     EXPECT_THAT(output_of([] { EXPECT_EQ(api_alarm_upload(), 0); }),
                 HasSubstr("] : ERROR get mib sys.timezone value!\n"));
