@@ -38,8 +38,9 @@ class SysLog : public test::Device {
         std::vector<std::vector<std::string>> documents;
         const auto all = uploads("nx_api_sys_log_upload");
         for (; seen_ < all.size(); ++seen_) {
+            const Json document = Json::parse(all[seen_].data);
             documents.emplace_back();
-            for (const Json &entry : Json::parse(all[seen_].data)["sys_log"]) {
+            for (const Json &entry : document["sys_log"]) {
                 documents.back().push_back(entry["event"]);
             }
         }
@@ -61,8 +62,9 @@ TEST_F(SysLog, NamesTheTypeOfEachRecord) {
     EXPECT_EQ(sys_log_upload(), 0);
     const auto sent = uploads("nx_api_sys_log_upload");
     ASSERT_EQ(sent.size(), 1U);
+    const Json document = Json::parse(sent[0].data);
     std::vector<std::string> lines;
-    for (const Json &entry : Json::parse(sent[0].data)["sys_log"]) {
+    for (const Json &entry : document["sys_log"]) {
         lines.push_back(entry.dump());
     }
     const auto line = [&](int type, const char *name) {
@@ -119,7 +121,7 @@ TEST_F(SysLog, ReadsThreeHundredRecordsAtOnce) {
     EXPECT_EQ(sys_log_upload(), 0);
     const auto documents = sent();
     ASSERT_EQ(documents.size(), 1U);
-    EXPECT_EQ(documents[0].size(), 300U);
+    ASSERT_EQ(documents[0].size(), 300U);
     EXPECT_EQ(documents[0].back(), "event 300");
 }
 

@@ -75,7 +75,7 @@ constexpr const char *whole_report = R"({
 				}
 			},
 			"2":	{
-				"link_rate":	0,
+				"link_rate":	1000,
 				"tx_rate":	4000,
 				"rx_rate":	8,
 				"vlan_id":	"20",
@@ -86,9 +86,9 @@ constexpr const char *whole_report = R"({
 				}
 			},
 			"255":	{
-				"link_rate":	0,
-				"tx_rate":	0,
-				"rx_rate":	0,
+				"link_rate":	1000,
+				"tx_rate":	1000,
+				"rx_rate":	1000,
 				"port":	255,
 				"neighbour_devs":	{
 					"02:00:00:00:00:03":	{
@@ -124,11 +124,11 @@ TEST_F(TopoInfo, ShowsUpLinkPortsAndNeighbours) {
     vap::advance(100);
     vap::patch_hardware(
         {{"ports", {{"1", port(1'024'000, 2'048'000)}, {"3", port(1'024, 512'000)}}}});
-    vap::patch_hardware({{"ports", {{"3", {{"link", false}}}}}});
     std::string response;
     // The second port's bytes of these 100 seconds show as those of one: the first
     // port's question came a moment earlier.
-    EXPECT_EQ(output_of([&] { response = call(topo_info); }, false), "ifname:wlan1, link_rate:0\n");
+    EXPECT_EQ(output_of([&] { response = call(topo_info); }, false),
+              "ifname:wlan1, link_rate:1000\n");
     EXPECT_EQ(response, whole_report);
 }
 
@@ -146,6 +146,7 @@ TEST_F(TopoInfo, KnowsTheUpLink) {
         {"second wired port", 3, nullptr, 2, 1000},
         {"wireless side", 255, nullptr, 255, 0},
         {"a port that the switch lacks", 7, nullptr, 7, 0},
+        {"no link", 1, {{"link", false}}, 1, 0},
     };
     for (const auto &row : rows) {
         topo_upport = row.up_port;
@@ -156,6 +157,19 @@ TEST_F(TopoInfo, KnowsTheUpLink) {
         EXPECT_EQ(info["up_port"], row.shown) << row.why;
         EXPECT_EQ(info["link_rate"], row.link_rate) << row.why;
     }
+}
+
+TEST_F(TopoInfo, ShowsTheLinkOfEachPort) {
+    vap::patch_hardware({{"ports", {{"1", {{"link", false}}}, {"3", {{"speed", 100}}}}}});
+    const Json ports = report()["port_info"];
+    EXPECT_EQ(ports["1"]["link_rate"], 0);
+    EXPECT_EQ(ports["2"]["link_rate"], 1000) << "whatever its speed";
+    vap::patch_hardware({{"ports", {{"1", {{"link", true}}}, {"3", {{"link", false}}}}}});
+    const Json wireless = report()["port_info"]["255"];
+    for (const char *member : {"link_rate", "tx_rate", "rx_rate"}) {
+        EXPECT_EQ(wireless[member], 0) << "as the last wired port: " << member;
+    }
+    EXPECT_FALSE(wireless.contains("vlan_id"));
 }
 
 TEST_F(TopoInfo, AsksForAnUpLinkThatIsNotKnown) {
@@ -303,7 +317,7 @@ TEST_F(TopoInfo, TracesTheCountersThatItRead) {
 }
 
 TEST_F(TopoInfo, ReadsCountersFromAnyText) {
-    write_file("/tmp/counters",
+    write_file("/tmp/file_topo",
                "ifInOctets 1\n"
                " ifOutOctets 2\n"  // does not begin with the name
                "ifInUcastPkts: count=12, rate=13\n"
@@ -312,12 +326,12 @@ TEST_F(TopoInfo, ReadsCountersFromAnyText) {
                    std::string(3000, 'x'));
     PortCounters counters;
     counters.out_octets = 77;
-    EXPECT_EQ(serch_if_statistic_by_file_topo("/tmp/counters", counters), 0);
+    EXPECT_EQ(serch_if_statistic_by_file_topo("/tmp/file_topo", counters), 0);
     EXPECT_EQ(counters.in_octets, 18446744073709551615U);
     EXPECT_EQ(counters.out_octets, 77U);
     EXPECT_EQ(counters.in_unicast, 12U);
     EXPECT_EQ(counters.out_unicast, 0U);
-    EXPECT_EQ(serch_if_statistic_by_file_topo("/tmp/none", counters), -1);
+    EXPECT_EQ(serch_if_statistic_by_file_topo("/tmp/wirestation", counters), -1);
 }
 
 TEST_F(TopoInfo, ShowsNoRatesWithoutCounters) {
