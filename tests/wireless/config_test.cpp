@@ -68,9 +68,6 @@ TEST_F(Config, ReportsWhatTheCommandsSet) {
 }
 
 TEST_F(Config, ReportsTheRadioRulesThatACommandSet) {
-    for (const char *prefix : {"wl2g.public.", "wl5g.public."}) {
-        set(prefix + std::string("web_max_power"), "30");
-    }
     const vap::Json rules = vap::Json::parse(R"([
         {"channel":11,"power":17,"rssi":-80,"radioenable":1},
         {"channel":0,"power":30,"rssi":-60,"radioenable":0}])");
@@ -92,7 +89,7 @@ TEST_F(Config, ADownloadAppliesItsPartsInOrder) {
               0);
     EXPECT_THAT(effects(), ElementsAre("SetValue nx.wireless_timestamp 5", "CommitCfm",
                                        "send_wifi_msg_handle 1 1", "SetValue wl2g.public.channel 6",
-                                       "SetValue wl2g.public.current_power 0", "CommitCfm",
+                                       "SetValue wl2g.public.current_power 20", "CommitCfm",
                                        "send_wifi_msg_handle 1 0"))
         << "the stamp is the outer one; no optimisation of a download is reported";
     vap::advance(100);

@@ -73,7 +73,10 @@ void add_radio(Values &values, const std::string &prefix, const char *channel,
          {"channel", channel},
          {"bandwidth", bandwidth},
          {"country_code", "CN"},
-         {"power", "100"}});
+         {"current_power", "20"},
+         {"web_max_power", "30"},  // bounds of the power that the cloud may set
+         {"min_power", "5"},
+         {"rssi_max", "-90"}});
 }
 
 void add_ssids(Values &values, const std::string &stem, int count, const char *name) {
