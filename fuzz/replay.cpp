@@ -3,6 +3,7 @@
  * the kept corpus and the cases that once failed.
  */
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,6 +17,10 @@ int replayed = 0;
 
 void replay(const std::filesystem::path &path) {
     std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        fprintf(stderr, "cannot read %s\n", path.c_str());
+        exit(1);
+    }
     const std::vector<char> input{std::istreambuf_iterator<char>(in), {}};
     LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(input.data()), input.size());
     ++replayed;

@@ -273,9 +273,9 @@ TEST_F(Upgrade, CreatesAMissingImage) {
     EXPECT_THAT(outcome(), IsEmpty());
 }
 
-class Download : public Upgrade {
+class ImageDownload : public Upgrade {
   protected:
-    Download() { free_memory(64 * megabyte); }
+    ImageDownload() { free_memory(64 * megabyte); }
 
     std::string request(const std::string &url, int64_t size) {
         return vap::Json{{"size", size}, {"url", url}}.dump();
@@ -296,7 +296,7 @@ class Download : public Upgrade {
     }
 };
 
-TEST_F(Download, MakesRoomOrRefuses) {
+TEST_F(ImageDownload, MakesRoomOrRefuses) {
     struct Row {
         int64_t size;
         int64_t free;
@@ -342,7 +342,7 @@ TEST_F(Download, MakesRoomOrRefuses) {
     vap::settle();
 }
 
-TEST_F(Download, WritesOnlyAFullImage) {
+TEST_F(ImageDownload, WritesOnlyAFullImage) {
     const std::string image(5000, 'i');
     const test::HttpServer server({image});
     for (const int type : {2, 4, 5}) {
@@ -356,7 +356,7 @@ TEST_F(Download, WritesOnlyAFullImage) {
     }
 }
 
-TEST_F(Download, ReportsAnImageThatIsRefused) {
+TEST_F(ImageDownload, ReportsAnImageThatIsRefused) {
     const test::HttpServer server({std::string(5000, 'i')});
     for (const Verdicts &say : {Verdicts{2, false}, Verdicts{4, true, false},
                                 Verdicts{2, true, true, false}, Verdicts{9}}) {
@@ -366,7 +366,7 @@ TEST_F(Download, ReportsAnImageThatIsRefused) {
     }
 }
 
-TEST_F(Download, TriesFiveTimes) {
+TEST_F(ImageDownload, TriesFiveTimes) {
     verdicts({});
     const test::HttpServer server({std::string(4999, 's')});
     std::vector<std::string> expected(5, wget(server.url()));
@@ -379,7 +379,7 @@ TEST_F(Download, TriesFiveTimes) {
     EXPECT_EQ(server.requests(), 5);
 }
 
-TEST_F(Download, RecoversAtTheThirdTry) {
+TEST_F(ImageDownload, RecoversAtTheThirdTry) {
     verdicts({});
     const test::HttpServer server({"", std::string(5001, 'l'), std::string(5000, 'i')});
     std::vector<std::string> expected(3, wget(server.url()));
@@ -388,7 +388,7 @@ TEST_F(Download, RecoversAtTheThirdTry) {
     EXPECT_EQ(download(server.url(), 5000), expected);
 }
 
-TEST_F(Download, GivesUpWhereNobodyListens) {
+TEST_F(ImageDownload, GivesUpWhereNobodyListens) {
     verdicts({});
     std::vector<std::string> told;
     const std::string url = test::deserted_url();
@@ -397,14 +397,14 @@ TEST_F(Download, GivesUpWhereNobodyListens) {
     EXPECT_EQ(told.at(5), notice(908));
 }
 
-TEST_F(Download, SaysThatNoFileCame) {
+TEST_F(ImageDownload, SaysThatNoFileCame) {
     // The shell cannot be started: nothing appears where the image should be.
     vap::fail("doSystemCmd", 1, -1);
     EXPECT_THAT(output_of([&] { download("http://127.0.0.1/x", 5000); }),
                 HasSubstr(" : image file not exit, continue!\n"));
 }
 
-TEST_F(Download, ChecksAnEmptyImageWithoutMappingIt) {
+TEST_F(ImageDownload, ChecksAnEmptyImageWithoutMappingIt) {
     verdicts({});
     const test::HttpServer server({""});
     std::vector<std::string> told;
@@ -415,7 +415,7 @@ TEST_F(Download, ChecksAnEmptyImageWithoutMappingIt) {
     EXPECT_THAT(download(server.url(), -1), Contains(notice(908))) << "no file is that small";
 }
 
-TEST_F(Download, ReportsAnImageThatCannotBeOpened) {
+TEST_F(ImageDownload, ReportsAnImageThatCannotBeOpened) {
     verdicts({});
     const test::HttpServer server({std::string(5000, 'i')});
     vap::fail("open");
@@ -425,7 +425,7 @@ TEST_F(Download, ReportsAnImageThatCannotBeOpened) {
     EXPECT_THAT(told, Contains(notice(909)));
 }
 
-TEST_F(Download, NeverHandsTheShellWhatItWouldInterpret) {
+TEST_F(ImageDownload, NeverHandsTheShellWhatItWouldInterpret) {
     verdicts({});
     write_image(5000);  // the expected size stands there already: it must not count
     std::vector<std::string> addresses = {
@@ -444,7 +444,7 @@ TEST_F(Download, NeverHandsTheShellWhatItWouldInterpret) {
     }
 }
 
-TEST_F(Download, FetchesPlainAddressesAsTheyStand) {
+TEST_F(ImageDownload, FetchesPlainAddressesAsTheyStand) {
     vap::fail("doSystemCmd", 1, -1);
     const std::string longest = "http://127.0.0.1/" + std::string(1023 - 17, 'x');
     for (const std::string &url :
@@ -454,7 +454,7 @@ TEST_F(Download, FetchesPlainAddressesAsTheyStand) {
     }
 }
 
-TEST_F(Download, TellsTheCloudAlsoWithoutMemory) {
+TEST_F(ImageDownload, TellsTheCloudAlsoWithoutMemory) {
     const auto run = [](bool with_job) {
         Heap<DownloadJob> job = with_job ? heap_record<DownloadJob>() : nullptr;
         nx_upgrade_image_download(job.release());
@@ -471,13 +471,13 @@ TEST_F(Download, TellsTheCloudAlsoWithoutMemory) {
     EXPECT_GT(runs, 2);
 }
 
-TEST_F(Download, FailsWhenItsThreadCannotStart) {
+TEST_F(ImageDownload, FailsWhenItsThreadCannotStart) {
     vap::fail("pthread_create");
     EXPECT_EQ(answer(dev_local_upgrade, request("", 100)).at("resp_code"), -1);
     EXPECT_THAT(outcome(), IsEmpty());
 }
 
-TEST_F(Download, LeavesTheLatestImageToTheWriters) {
+TEST_F(ImageDownload, LeavesTheLatestImageToTheWriters) {
     // A transfer and a download at once: each writer takes the type found last.
     verdicts({});
     const test::HttpServer server({std::string(5000, 'i')});

@@ -30,13 +30,15 @@ struct Client {
     std::string request;
 };
 
-/** Both services of the current device; everything but `stopping` and `wake`
- *  belongs to their thread. */
+/** Both services of the current device; everything but `wake` and the atomic
+ *  members belongs to their thread. */
 struct Services {
     explicit Services(int wake_fd) : wake(wake_fd) {}
 
     std::thread thread;
     std::atomic<bool> stopping{false};
+    std::atomic<uint32_t> asked{0};    /**< changes that the thread was woken for */
+    std::atomic<uint32_t> followed{0}; /**< and those that it has taken in */
     Descriptor wake;
     Descriptor watch;    /**< inotify; -1 where the machine has none left */
     Descriptor listener; /**< -1: the service is absent */
@@ -162,7 +164,10 @@ void run_services(Services &all) {
         }
         uint64_t wakes = 0;
         if (read(all.wake.get(), &wakes, sizeof wakes) > 0) {
+            const uint32_t asked = all.asked;
             follow_equipment(all);
+            all.followed = asked;
+            all.followed.notify_all();
         }
     }
 }
@@ -190,7 +195,19 @@ void start_services() {
 void wake_services() {
     if (services()) {
         const uint64_t one = 1;
+        ++services()->asked;
         write_all(services()->wake.get(), {reinterpret_cast<const char *>(&one), sizeof one});
+    }
+}
+
+void settle_services() {
+    if (!services()) {
+        return;
+    }
+    const uint32_t asked = services()->asked;
+    for (uint32_t followed = services()->followed; followed < asked;
+         followed = services()->followed) {
+        services()->followed.wait(followed);
     }
 }
 

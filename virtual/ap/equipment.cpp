@@ -173,6 +173,7 @@ EquipmentLock equipment_now() {
 void hardware_changed() {
     equipment_now();
     settle_bus();
+    settle_services();
 }
 
 void start_hardware() {

@@ -212,6 +212,10 @@ void stop_services();
 /** Wakes that thread, to look at what the equipment says of it. */
 void wake_services();
 
+/** Waits until the services have taken in every change that they were woken for.
+ *  Not on their own thread. */
+void settle_services();
+
 }  // namespace vap
 
 #endif
