@@ -1,6 +1,5 @@
 #include "ops/dev_local_upgrade.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
