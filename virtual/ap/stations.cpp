@@ -2,7 +2,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 
 #include "platform/wifi.h"
@@ -14,15 +14,21 @@ namespace {
 constexpr size_t mac_record = WIFI_MAC_LIST_SIZE / WIFI_STATIONS_MAX;
 constexpr size_t arp_record = 10;
 
+/** Copies what fits into a field of zeros. */
+template <size_t size>
+void fill(char (&field)[size], const std::string &text) {
+    text.copy(field, size - 1);
+}
+
 void fill(wifi_sta &record, const Station &station, double uptime) {
     record = {};
-    snprintf(record.ifname, sizeof record.ifname, "%s", station.interface.c_str());
-    snprintf(record.mac, sizeof record.mac, "%s", station.mac_text.c_str());
-    snprintf(record.ip, sizeof record.ip, "%s", station.ip.c_str());
+    fill(record.ifname, station.interface);
+    fill(record.mac, station.mac_text);
+    fill(record.ip, station.ip);
+    fill(record.signal, station.signal);
     // A time of manual steps may stand a hair below the whole second.
-    snprintf(record.online_time, sizeof record.online_time, "%lld",
-             static_cast<long long>(uptime - station.joined + 1e-6));
-    snprintf(record.signal, sizeof record.signal, "%s", station.signal.c_str());
+    std::to_chars(record.online_time, std::end(record.online_time) - 1,
+                  static_cast<int64_t>(uptime - station.joined + 1e-6));
     record.down_bytes = static_cast<uint32_t>(station.down.now(uptime));
     record.up_bytes = static_cast<uint32_t>(station.up.now(uptime));
 }
