@@ -17,6 +17,8 @@
 #include "tools/vap_commands.h"
 #include "virtual/ap/device.h"
 #include "virtual/ap/files.h"
+#include "virtual/ap/hardware.h"
+#include "virtual/ap/store.h"
 
 namespace {
 
@@ -156,6 +158,12 @@ void run(const Arguments &given) {
     }
     if (!(given.speed > 0) || !std::isfinite(given.speed)) {
         throw std::runtime_error("--speed must be greater than 0");
+    }
+    vap::Store(given.folder / "config");  // each of them says what is wrong with it
+    vap::Store(given.folder / "factory");
+    vap::Hardware(given.folder / "hardware.json");
+    if (!vap::valid_text(given.broker) || given.broker.find_first_of("\r\n") != std::string::npos) {
+        throw std::runtime_error("--broker is no address");
     }
     const std::filesystem::path agent = find_agent(given);
     const vap::Descriptor lock = lock_run(given.folder);

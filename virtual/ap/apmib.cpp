@@ -12,8 +12,11 @@ using vap::Json;
 namespace {
 
 /** A value for the caller; nonzero when the key is present. */
-int read_value(vap::Store vap::Machine::*store, const char *key, char *value) {
+int read_value(const char *op, vap::Store vap::Machine::*store, const char *key, char *value) {
     *value = '\0';
+    if (const std::optional<long> fault = vap::due_fault(op, 0)) {
+        return static_cast<int>(*fault);
+    }
     const std::shared_ptr<vap::Machine> device = vap::machine();
     if (!device || key == nullptr) {
         return 0;
@@ -57,7 +60,7 @@ int apmib_init(void) {
 }
 
 int GetValue(const char *key, char *value) {
-    return read_value(&vap::Machine::config, key, value);
+    return read_value("GetValue", &vap::Machine::config, key, value);
 }
 
 int SetValue(const char *key, const char *value) {
@@ -69,11 +72,14 @@ int CommitCfm(void) {
 }
 
 int apmib_get(int id, void *value) {
+    if (const std::optional<long> fault = vap::due_fault("apmib_get", 0)) {
+        return static_cast<int>(*fault);
+    }
     return vap::bssid_of(id, static_cast<uint8_t *>(value));
 }
 
 int ApmibGetValue(const char *key, char *value) {
-    return read_value(&vap::Machine::factory, key, value);
+    return read_value("ApmibGetValue", &vap::Machine::factory, key, value);
 }
 
 int ApmibSetValue(const char *key, const char *value) {

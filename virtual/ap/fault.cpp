@@ -40,7 +40,7 @@ void Faults::follow(const Json &plans) {
     }
 }
 
-std::optional<long> Faults::due(const std::string &op, long failure) {
+std::optional<long> Faults::due(std::string_view op, long failure) {
     const std::lock_guard lock(mutex_);
     std::optional<long> result;
     for (Plan &plan : plans_) {

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "virtual/ap/vap.h"
 
@@ -25,7 +26,7 @@ class Faults {
     void follow(const Json &plans);
 
     /** Counts a call; the result to return when it is to fail. */
-    std::optional<long> due(const std::string &op, long failure);
+    std::optional<long> due(std::string_view op, long failure);
 
   private:
     struct Plan {

@@ -223,6 +223,9 @@ std::optional<std::string> shell_command(const std::string &command) {
     if (!tokenize(command, tokens) || tokens.empty()) {
         return std::nullopt;
     }
+    if (const int status = hardware_or("/wget/status", 0); fetches(tokens) && status != 0) {
+        return "exit " + std::to_string(status);
+    }
     const std::optional<std::string> text = rewrite(tokens);
     if (!text) {
         // An address outside the machine looks like a network that is down.

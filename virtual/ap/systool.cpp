@@ -86,6 +86,9 @@ int systool_sys_status_get(const char *, sys_status *status) {
 }
 
 unsigned long systool_get_free_memory_size(void) {
+    if (const std::optional<long> fault = vap::due_fault("systool_get_free_memory_size", 0)) {
+        return static_cast<unsigned long>(*fault);
+    }
     const auto free = vap::hardware_or<uint64_t>("/memory/free", 32u << 20);
     const auto freed = vap::hardware_or<uint64_t>("/memory/freed_by_stopping", 8u << 20);
     return static_cast<unsigned long>(free + (others_stopped() ? freed : 0));

@@ -136,6 +136,9 @@ int do_file_cmd(const char *path, int mode, const char *format, const char *valu
 
 int file_check_exist_or_not(const char *path) {
     const vap::Inside inside;
+    if (const std::optional<long> fault = vap::due_fault("file_check_exist_or_not", 0)) {
+        return static_cast<int>(*fault);
+    }
     std::error_code error;
     return vap::machine() && path != nullptr &&
            std::filesystem::exists(vap::host_path(path), error);
@@ -143,6 +146,9 @@ int file_check_exist_or_not(const char *path) {
 
 int file_get_value_from_ini(const char *path, const char *key, char *value) {
     const vap::Inside inside;
+    if (const std::optional<long> fault = vap::due_fault("file_get_value_from_ini", 0)) {
+        return static_cast<int>(*fault);
+    }
     if (!vap::machine() || path == nullptr || key == nullptr) {
         return 0;
     }

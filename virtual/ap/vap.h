@@ -33,7 +33,7 @@ struct Options {
 /** Writes a new device folder: factory values, default configuration and
  *  hardware. Throws std::runtime_error with a sentence when it cannot. */
 struct NewDevice {
-    std::string serial;
+    std::string serial; /**< 1 to 32 letters, digits or "-"; empty: any */
     std::string model = "ZX-A5";
 };
 void create_device(const std::filesystem::path &folder, const NewDevice &options);
@@ -42,17 +42,19 @@ void create_device(const std::filesystem::path &folder, const NewDevice &options
 void open_device(const std::filesystem::path &folder, const Options &options = {});
 
 /** Lets go of the current device; waits until no worker thread of the agent is
- *  left that could still use it, ending sleeping ones where they stand. */
+ *  left that could still use it. Sleeping ones stay asleep for ever. */
 void close_device();
 
 /** Folder of the current device. */
 std::filesystem::path folder();
 
 /** Moves a manual clock, waking each sleeper at its own moment, in order, and
- *  waiting until every woken thread sleeps again or has ended. */
+ *  waiting until every woken thread sleeps again or has ended. A thread that the
+ *  agent starts under a manual clock begins to run here too: at once in device
+ *  time, but only when the clock is moved or settled, or the main thread sleeps. */
 void advance(double seconds);
 
-/** Waits until every other thread of the agent sleeps or has ended. */
+/** Lets every other thread of the agent run until it sleeps or has ended. */
 void settle();
 
 /** Committed and pending configuration of the current device. */
