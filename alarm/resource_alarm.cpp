@@ -61,8 +61,8 @@ bool sample_cpu(const sys_status &status, int64_t now, int zone, cJSON *alarms) 
         return true;
     }
     const int report_time = cloud_time(now, zone);
-    NX_TRACE("upload:cpuinfo: %d; usememinfo: %d, report_time:%d\n", status.cpu, status.rom,
-             report_time);
+    NX_TRACE_AS("api_alarm_upload", "upload:cpuinfo: %d; usememinfo: %d, report_time:%d\n",
+                status.cpu, status.rom, report_time);
     return add_alarm(alarms, "CPU", status.cpu, report_time);
 }
 

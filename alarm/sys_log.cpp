@@ -72,10 +72,11 @@ int upload_records(const Records &records, int first, int count) {
         whole = add_record(list, records[i]);
     }
     if (!whole) {
-        NX_TRACE("Create cJSON is null!\n");
+        NX_TRACE_AS("sys_log_upload", "Create cJSON is null!\n");
         return -1;
     }
-    return document_upload(document, nx_api_sys_log_upload, "nx_api_sys_log_upload");
+    return document_upload(document, nx_api_sys_log_upload, "nx_api_sys_log_upload",
+                           "sys_log_upload");
 }
 
 }  // namespace

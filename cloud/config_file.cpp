@@ -66,10 +66,10 @@ size_t config_body_size(const ConfigExport &file) {
 }
 
 int upload_config(const ConfigExport &file, size_t body_size, const char *head,
-                  int (*upload)(const char *data, int length)) {
+                  int (*upload)(const char *data, int length), const char *function) {
     const Heap<char> record(static_cast<char *>(calloc(config_head_size + body_size, 1)));
     if (!record) {
-        NX_TRACE("malloc err!\n");
+        NX_TRACE_AS(function, "malloc err!\n");
         return -1;
     }
     memcpy(record.get(), head, strnlen(head, config_head_size));
@@ -77,10 +77,10 @@ int upload_config(const ConfigExport &file, size_t body_size, const char *head,
     read_export(file, body);
     const auto length = static_cast<int>(config_head_size + body.size());
     if (upload(record.get(), length) == -1) {
-        NX_TRACE("ap_config upload norvex err!\n");
+        NX_TRACE_AS(function, "ap_config upload norvex err!\n");
         return -1;
     }
-    NX_TRACE("ap_config upload norvex succeed! apconfig_len = %d\n", length);
+    NX_TRACE_AS(function, "ap_config upload norvex succeed! apconfig_len = %d\n", length);
     return 0;
 }
 

@@ -31,10 +31,12 @@ size_t config_body_size(const ConfigExport &file);
  * @param body_size  of `config_body_size`; what the file has grown by since is
  *                   left out
  * @param upload     call of the cloud library: data, length; -1: refused
+ * @param function   stands in the trace lines
  * @return 0, or -1: out of memory or refused
  */
 int upload_config(const ConfigExport &file, size_t body_size, const char *head,
-                  int (*upload)(const char *data, int length));
+                  int (*upload)(const char *data, int length),
+                  const char *function = __builtin_FUNCTION());
 
 /** Cloud command, without the wrapper: takes a configuration file, commits it
  *  and restarts the device. See `nx_command_cb`; blocks up to 10 seconds. */

@@ -19,25 +19,25 @@ constexpr unsigned lan_address_pause_seconds = 1;
  *  refused, with nothing imported. */
 bool import_config(const char *in) {
     if (get_sky_mode() == sky_mode::local) {
-        NX_TRACE("norvex_manage mode is local manager!\n");
+        NX_TRACE_AS("config_sync", "norvex_manage mode is local manager!\n");
         return false;
     }
     if (in == nullptr || *in == '\0') {
-        NX_TRACE("norvex in_data is NULL!\n");
+        NX_TRACE_AS("config_sync", "norvex in_data is NULL!\n");
         return false;
     }
     if (strncmp(in, marker, strlen(marker)) != 0) {
-        NX_TRACE("the norvex download cfg is wrong!\n");
+        NX_TRACE_AS("config_sync", "the norvex download cfg is wrong!\n");
         return false;
     }
     if (strstr(in, store_get("ap.apname").text) == nullptr) {  // made for another model
-        NX_TRACE("product name error !\n");
+        NX_TRACE_AS("config_sync", "product name error !\n");
         return false;
     }
     // The platform takes a pointer to variable text, but an import only reads it.
     if (systool_file_handle(SYSTOOL_FILE_IMPORT, const_cast<char *>(in),
                             static_cast<int>(strlen(in))) != 0) {
-        NX_TRACE("cfg file upgrade !\n");
+        NX_TRACE_AS("config_sync", "cfg file upgrade !\n");
         return false;
     }
     return true;

@@ -36,14 +36,14 @@ constexpr Order orders[] = {
 
 [[noreturn]] void give_up(Fd &socket, const char *reason) {
     socket.reset();
-    NX_TRACE("%s error\n", reason);
+    NX_TRACE_AS("nx_server_init", "%s error\n", reason);
     exit(1);
 }
 
 void obey(const char *message) {
     for (const Order &order : orders) {
         if (strcmp(message, order.message) == 0) {
-            NX_TRACE("recv cgi msg succeed! msg:%s\n", message);
+            NX_TRACE_AS("recv_msg_handle", "recv cgi msg succeed! msg:%s\n", message);
             order.run();
             return;
         }

@@ -14,4 +14,7 @@ int nx_trace(const char *function, int line, const char *format, ...)
 
 #define NX_TRACE(...) nx_trace(__func__, __LINE__, __VA_ARGS__)
 
+/** The same for a part of a function that is told of under the whole one's name. */
+#define NX_TRACE_AS(function, ...) nx_trace(function, __LINE__, __VA_ARGS__)
+
 #endif

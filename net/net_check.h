@@ -10,8 +10,8 @@
  *  writes no response; always 0. */
 int net_check(cJSON *request, cJSON *response);
 
-/** Runs the checks and sends their list to the cloud: up to 25 seconds. Body of
- *  the diagnosis thread; always null. */
+/** Runs the checks and sends their list to the cloud; takes seconds. Body of the
+ *  diagnosis thread; always null. */
 void *net_check_back(void *);
 
 #endif

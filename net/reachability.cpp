@@ -45,10 +45,10 @@ void add_reply(const char *line, Replies &replies) {
 }
 
 /** Pings; false, with a trace line, when no output could be had. */
-bool ping(const char *host, int count, char (&output)[output_size]) {
+bool ping(const char *host, int count, char (&output)[output_size], const char *function) {
     const PingRequest request{ip_version, count, payload, reply_wait_seconds, host};
     if (cmd_get_ping_output(&request, output, sizeof output) != 0) {
-        NX_TRACE("get result error! cmd=%s\n", host);
+        NX_TRACE_AS(function, "get result error! cmd=%s\n", host);
         return false;
     }
     return true;
@@ -65,7 +65,7 @@ bool gateway_address(StoreValue &gateway) {
         return false;
     }
     if (file_get_value_from_ini(lan_ini, "gateway", gateway.text) == 0) {
-        NX_TRACE("can not get LanDhcpcGW form file");
+        NX_TRACE_AS("check_ping_gate", "can not get LanDhcpcGW form file");
         return false;
     }
     return true;
@@ -74,11 +74,11 @@ bool gateway_address(StoreValue &gateway) {
 bool gateway_answers() {
     StoreValue gateway;
     char output[output_size];
-    if (!gateway_address(gateway) || !ping(gateway.text, 1, output)) {
+    if (!gateway_address(gateway) || !ping(gateway.text, 1, output, "check_ping_gate")) {
         return false;
     }
     const bool answered = strstr(output, "ttl") != nullptr;
-    NX_TRACE(answered ? "ping gateway succeed!\n" : "ping gateway err!\n");
+    NX_TRACE_AS("check_ping_gate", answered ? "ping gateway succeed!\n" : "ping gateway err!\n");
     return answered;
 }
 
@@ -120,10 +120,10 @@ int cmd_get_ping_output(const PingRequest *request, char *output, size_t size) {
 
 PingVerdict judge_ping(char *output) {
     if (strstr(output, "ttl") == nullptr) {
-        NX_TRACE("ping norvex err!\n");
+        NX_TRACE_AS("check_ping_norvex", "ping norvex err!\n");
         return {};
     }
-    NX_TRACE("ping norvex server succeed!\n");
+    NX_TRACE_AS("check_ping_norvex", "ping norvex server succeed!\n");
     Replies replies;
     char *line_end = strchr(output, '\n');
     while (line_end != nullptr && replies.legible) {
@@ -149,7 +149,7 @@ int check_ping_gate(cJSON *list) {
 int check_ping_norvex(cJSON *list) {
     PingVerdict verdict{};
     char output[output_size];
-    if (ping(NX_CLOUD_HOST, 5, output)) {
+    if (ping(NX_CLOUD_HOST, 5, output, __func__)) {
         verdict = judge_ping(output);
     }
     if (!append_server(list, verdict)) {

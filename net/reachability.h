@@ -34,12 +34,12 @@ struct PingVerdict {
 PingVerdict judge_ping(char *output);
 
 /** Appends record 4, the LAN gateway. 0; -1: out of memory, nothing appended.
- *  Blocks up to 3 seconds. */
+ *  Blocks while the ping waits, up to 3 seconds. */
 int check_ping_gate(cJSON *list);
 
 /** Appends records 12 and 13, whether the cloud server answers, and fast. 0: it
- *  answers; -1: it does not, or out of memory, then nothing is appended. Blocks up
- *  to 15 seconds. */
+ *  answers; -1: it does not, or out of memory, then nothing is appended. Blocks
+ *  while its name is looked up and the pings wait, up to 3 seconds each. */
 int check_ping_norvex(cJSON *list);
 
 #endif

@@ -1,6 +1,5 @@
 #include "ops/dev_local_upgrade.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -37,12 +36,13 @@ bool fetch_once(const DownloadJob &job) {
     }
     doSystemCmd("wget -T 240 %s -O %s", job.url, image_path);
     if (file_check_exist_or_not(image_path) == 0) {
-        NX_TRACE("image file not exit, continue!\n");
+        NX_TRACE_AS("nx_upgrade_image_download", "image file not exit, continue!\n");
         return false;
     }
     const auto size = static_cast<int64_t>(get_image_file_size(image_path));
     if (size != job.size) {
-        NX_TRACE("size = %lld\tsize1 = %d \n", static_cast<long long>(size), job.size);
+        NX_TRACE_AS("nx_upgrade_image_download", "size = %lld\tsize1 = %d \n",
+                    static_cast<long long>(size), job.size);
         return false;
     }
     return true;
@@ -62,13 +62,13 @@ int fetch_and_check(const DownloadJob &job, ImageFile &image) {
         return download_result::not_fetched;
     }
     if (!image.open()) {
-        NX_TRACE("creat /var/image error.\n");
+        NX_TRACE_AS("nx_upgrade_image_download", "creat /var/image error.\n");
         return download_result::not_valid;
     }
     // The size was met by a file, so it is not negative.
     const void *mapped = image.map(static_cast<size_t>(job.size));
     if (nx_flash_check_fw_type_and_crc_ap(mapped, image_path, &g_fw_type) != 0) {
-        NX_TRACE("check /var/image type invalid.\n");
+        NX_TRACE_AS("nx_upgrade_image_download", "check /var/image type invalid.\n");
         return download_result::not_valid;
     }
     return download_result::done;
@@ -92,8 +92,10 @@ bool make_room(int64_t size) {
     const auto free_memory = [] { return static_cast<int64_t>(systool_get_free_memory_size()); };
     const int64_t free_before = free_memory();
     if (free_before < 2 * size) {
-        NX_TRACE("image size:%d(KB) | free memory size:%d(KB), must to kill other processes!!!\n",
-                 static_cast<int>(size / 1024), static_cast<int>(free_before / 1024));
+        NX_TRACE_AS(
+            "dev_local_upgrade",
+            "image size:%d(KB) | free memory size:%d(KB), must to kill other processes!!!\n",
+            static_cast<int>(size / 1024), static_cast<int>(free_before / 1024));
         systool_kill_all_process(1, agent_process);
     }
     return size + spare_memory <= free_memory();

@@ -18,14 +18,14 @@ bool kick_off(const char *mac, ReleaseBlock &block) {
     int ssid_index = 0;
     int radio = 0;
     if (find_ssidindex_radio(mac, &ssid_index, &radio) != 0) {
-        NX_TRACE("Not find this station!\n");
+        NX_TRACE_AS("force_off", "Not find this station!\n");
         return false;
     }
     snprintf(record.text, sizeof record.text, "%s;1", mac);
     record.ssid_index = ssid_index;
     record.radio = radio;
     if (sta_kickoff(record.text, ssid_index, radio) == -1) {
-        NX_TRACE(" kick sta off err!\n");
+        NX_TRACE_AS("force_off", " kick sta off err!\n");
     }
     ++count;
     return true;

@@ -101,7 +101,7 @@ void *nx_systool_write_image_file(void *) {
         kill(init_process, SIGTERM);  // restarts the device
     } else {
         systool_reboot_if_necessary();
-        log_debug_print(__func__, __LINE__, LOG_LEVEL_ERROR, log_module, "upgrade fw is fail.\n");
+        log_debug_print(__func__, __LINE__, LOG_LEVEL_ERROR, log_module, "upgrade fw is fail.");
     }
     return nullptr;
 }

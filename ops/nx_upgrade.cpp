@@ -23,12 +23,12 @@ bool open_image() {
     if (held_image.open(O_CREAT)) {
         return true;
     }
-    NX_TRACE("creat tmp/image error.\n");
+    NX_TRACE_AS("nx_upgrade", "creat tmp/image error.\n");
     sleep(open_retry_seconds);
     if (held_image.open(O_CREAT)) {
         return true;
     }
-    NX_TRACE("creat tmp/image error again.\n");
+    NX_TRACE_AS("nx_upgrade", "creat tmp/image error again.\n");
     unlink(image_path);
     return false;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -33,7 +34,7 @@ struct ClientSlot {
     std::span<wifi_sta> stations; /**< of the whole radio */
 
     bool reports(const wifi_sta &station) const {
-        return text_int(station.online_time) != 0 && strcmp(station.ifname, ifname) == 0;
+        return strcmp(station.ifname, ifname) == 0 && text_int(station.online_time) != 0;
     }
 };
 
@@ -117,8 +118,14 @@ class ArpTable {
 static_assert(limits::arp_pairs * arp_entry_size <= arp_buffer_size);
 
 void update_ip(wifi_sta &station, const uint8_t *mac, const ArpTable &arp) {
-    if (const uint8_t *ip = arp.find(mac)) {
-        snprintf(station.ip, sizeof station.ip, "%u.%u.%u.%u", ip[0], ip[1], ip[2], ip[3]);
+    const uint8_t *ip = arp.find(mac);
+    if (ip == nullptr) {
+        return;
+    }
+    char *end = station.ip;
+    for (int i = 0; i < 4; ++i) {
+        end = std::to_chars(end, std::end(station.ip), ip[i]).ptr;
+        *end++ = i < 3 ? '.' : '\0';
     }
 }
 

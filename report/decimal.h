@@ -6,7 +6,8 @@
 
 #include <cjson/cJSON.h>
 
-/** Adds a number as a text with two decimals, "10.00". */
+/** Adds a number as a text with two decimals, "10.00", as "%.2f" would write it: a
+ *  float, or a count of 1024ths. */
 void json_add_decimal(cJSON *object, const char *key, double number);
 
 #endif

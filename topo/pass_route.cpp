@@ -44,7 +44,7 @@ void trace_bytes(const Marker &marker) {
     for (size_t i = 0; i < bytes.size(); ++i) {
         snprintf(text + i * 3, 4, "%02x ", bytes[i]);
     }
-    NX_TRACE("%s\n", text);
+    NX_TRACE_AS("send_pass_route_data", "%s\n", text);
 }
 
 }  // namespace

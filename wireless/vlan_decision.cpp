@@ -117,7 +117,7 @@ void take(const Step &step) {
         return;
     }
     store_apply(step.uncommitted);
-    NX_TRACE("%s", step.message);
+    NX_TRACE_AS("config_wifi_wireless_parse", "%s", step.message);
     systool_sys_handle(SYSTOOL_REBOOT);
 }
 

@@ -228,7 +228,7 @@ TEST_F(Link, ASerialThatNoTopicCanHoldIsRefused) {
 TEST_F(Link, UploadsComeFromEveryThread) {
     constexpr size_t each = 200;
     nxapi::Settings settings = test::settings_for(broker);
-    settings.queue_messages = 3 * each;
+    settings.queue_messages = 4 * each;  // uploads and responses
     CloudDevice device(settings, "SN1");
     device.serve(0, test::echo_command);
     ASSERT_TRUE(until_on(device, "norvex/v1/SN1/up/identity"));

@@ -229,7 +229,7 @@ TEST_F(Upgrade, RestartsWhenTheWriterFails) {
     ASSERT_THAT(told, SizeIs(6));
     EXPECT_EQ(told[4], "systool_reboot_if_necessary");
     EXPECT_THAT(told[5], AllOf(HasSubstr("log_debug_print nx_systool_write_image_file"),
-                               HasSubstr(" 3 22 upgrade fw is fail.\n")));
+                               HasSubstr(" 3 22 upgrade fw is fail.")));
     EXPECT_THAT(told, Not(Contains("kill 1 15")));
 }
 

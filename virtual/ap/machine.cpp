@@ -12,7 +12,9 @@ namespace vap {
 namespace {
 
 std::mutex current_mutex;
-std::shared_ptr<Machine> current;
+
+// Never destroyed: the agent may `exit` while its threads still use the device.
+std::shared_ptr<Machine> &current = *new std::shared_ptr<Machine>;
 
 /** Clocks are kept for ever: a thread may sleep in one that is retired. */
 Clock &new_clock(const Options &options) {

@@ -118,6 +118,9 @@ int systool_kill_all_process(int mode, const char *spare) {
         const std::lock_guard lock(device->processes.mutex);
         device->processes.others_stopped = true;
         device->processes.spared = {spare == nullptr ? "" : spare};
+        std::erase_if(device->processes.started, [&](const std::string &name) {
+            return !device->processes.spared.contains(name);
+        });
         return 0;
     });
 }
