@@ -177,20 +177,12 @@ TEST_F(VapTool, EndsWhatItStartedAndRunsADeviceOnce) {
     ASSERT_TRUE(appears("out", "ready"));
     int shell = 0, sleeper = 0;
     sscanf(text_of(folder() / "out").c_str(), "%d %d", &shell, &sleeper);
-    const pid_t second = fork();
-    if (second == 0) {
-        execl(NORVEX_BIN_DIR "/vap", "vap", "run", device().c_str(), "--agent", agent.c_str(),
-              nullptr);
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(second, &status, 0);
-    EXPECT_EQ(WEXITSTATUS(status), 1) << "a running device is refused";
+    const Result second = run({"run", device(), "--agent", agent});
+    EXPECT_EQ(second.status, 1) << "a running device is refused";
+    EXPECT_EQ(second.err, "vap: " + device() + " runs already\n");
 
     kill(first, SIGINT);
-    const Result result = finish(first);
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.err, "vap: " + device() + " runs already\n");
+    EXPECT_EQ(finish(first).status, 0);
     EXPECT_EQ(kill(shell, 0), -1);
     for (int i = 0; i < 500 && kill(sleeper, 0) == 0; ++i) {
         std::this_thread::sleep_for(10ms);  // an orphan is reaped a moment later
