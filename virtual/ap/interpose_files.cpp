@@ -104,15 +104,10 @@ FILE *open_stream(Fopen *next, const void *caller, const char *path, const char 
     return stream;
 }
 
-/** The mode argument of an `open`, where there is one. */
-#define VAP_OPEN_MODE(flags, mode)                     \
-    mode_t mode = 0;                                   \
-    if (((flags) & (O_CREAT | O_TMPFILE)) != 0) {      \
-        va_list args;                                  \
-        va_start(args, flags);                         \
-        mode = static_cast<mode_t>(va_arg(args, int)); \
-        va_end(args);                                  \
-    }
+/** Does an `open` with these flags take a mode behind them? */
+bool takes_mode(int flags) {
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
 
 /** Takes what was written to the counter file: the last "port <n>" counts. */
 void select_port(vap::CounterFile &counters) {
@@ -156,13 +151,19 @@ extern "C" {
 
 int open(const char *path, int flags, ...) {
     static auto *const next = vap::real<Open>("open");
-    VAP_OPEN_MODE(flags, mode)
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = takes_mode(flags) ? va_arg(args, mode_t) : 0;
+    va_end(args);
     return open_file(next, VAP_CALLER, path, flags, mode);
 }
 
 int open64(const char *path, int flags, ...) {
     static auto *const next = vap::real<Open>("open64");
-    VAP_OPEN_MODE(flags, mode)
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = takes_mode(flags) ? va_arg(args, mode_t) : 0;
+    va_end(args);
     return open_file(next, VAP_CALLER, path, flags, mode);
 }
 
