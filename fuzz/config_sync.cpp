@@ -10,8 +10,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string text = fuzz::text_of(data, size);
     vap::config_set("ap.apname", "ZX-A5V1.0");
     fuzz::command("cloud", 2, text);
-    fuzz::command("cloud", 2,
-                  "#The word of \"Default\" must not be removed\nDefault\nap.apname=ZX-A5V1.0\n" +
-                      text);
+    fuzz::command(
+        "cloud", 2,
+        "#The word of \"Default\" must not be removed\nDefault\nap.apname=ZX-A5V1.0\n" + text);
     return 0;
 }

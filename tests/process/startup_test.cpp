@@ -111,19 +111,20 @@ TEST_F(Startup, TellsOfEachStepInOrder) {
     cloud_settings("broker=mqtt://127.0.0.1:1\n");  // nobody listens: uploads wait
     Agent agent(device);
     ASSERT_TRUE(agent.wait_for("init succeed!")) << agent.output();
-    EXPECT_THAT(agent.output(),
-                ContainsRegex("\\[nx_conn_notify\\]\\[[0-9]+\\] : ########nx_conn_notify##########\n"
-                              ".*\\[cloud_api\\]\\[[0-9]+\\] : enable cloud info OK\n"
-                              ".*\\[set_basic_info\\]\\[[0-9]+\\] : nx_api_set_basic_info succeed!\n"
-                              ".*\\[set_bind_info\\]\\[[0-9]+\\] : nx_api_bind_info_upload succeed!\n"
-                              ".*\\[dev_api\\]\\[([0-9]+)\\] : \\[dev_api\\]:\\[[0-9]+\\],enable dev "
-                              "info OK\n"
-                              ".*\\[net_api\\]\\[[0-9]+\\] : enable dev info OK\n"
-                              ".*\\[wireless_api\\]\\[[0-9]+\\] : enable dev info OK\n"
-                              "(.*\n)*"
-                              ".*\\[nx_server_init\\]\\[[0-9]+\\] : UNIX domain socket bound\n"
-                              "(.*\n)*"
-                              ".*\\[nx_cgi_init\\]\\[[0-9]+\\] : init succeed!  fd:[0-9]+\n"));
+    EXPECT_THAT(
+        agent.output(),
+        ContainsRegex("\\[nx_conn_notify\\]\\[[0-9]+\\] : ########nx_conn_notify##########\n"
+                      ".*\\[cloud_api\\]\\[[0-9]+\\] : enable cloud info OK\n"
+                      ".*\\[set_basic_info\\]\\[[0-9]+\\] : nx_api_set_basic_info succeed!\n"
+                      ".*\\[set_bind_info\\]\\[[0-9]+\\] : nx_api_bind_info_upload succeed!\n"
+                      ".*\\[dev_api\\]\\[([0-9]+)\\] : \\[dev_api\\]:\\[[0-9]+\\],enable dev "
+                      "info OK\n"
+                      ".*\\[net_api\\]\\[[0-9]+\\] : enable dev info OK\n"
+                      ".*\\[wireless_api\\]\\[[0-9]+\\] : enable dev info OK\n"
+                      "(.*\n)*"
+                      ".*\\[nx_server_init\\]\\[[0-9]+\\] : UNIX domain socket bound\n"
+                      "(.*\n)*"
+                      ".*\\[nx_cgi_init\\]\\[[0-9]+\\] : init succeed!  fd:[0-9]+\n"));
 }
 
 TEST_F(Startup, EndsWhenTheStoreIsDown) {
@@ -161,7 +162,8 @@ TEST_F(Startup, GoesOnWhenOtherRegistrationsAreRefused) {
     Agent agent(device);
     EXPECT_TRUE(agent.wait_for("init succeed!")) << agent.output();
     EXPECT_THAT(agent.output(), HasSubstr("] : enable cloud info failed!\n"));
-    EXPECT_THAT(agent.output(), ContainsRegex("\\[dev_api\\]:\\[[0-9]+\\],enable dev info failed!\n"));
+    EXPECT_THAT(agent.output(),
+                ContainsRegex("\\[dev_api\\]:\\[[0-9]+\\],enable dev info failed!\n"));
     EXPECT_THAT(agent.output(), Not(HasSubstr("Failed to register")));
 }
 
