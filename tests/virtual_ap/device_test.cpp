@@ -67,8 +67,8 @@ TEST(NewDevice, IsUnboundWithBothRadiosOn) {
 TEST_F(VirtualAp, BrokenDescriptionIsRefusedAtTheStartAndRiddenOutLater) {
     const std::filesystem::path file = vap::folder() / "hardware.json";
     vap::patch_hardware({{"system", {{"cpu", 77}}}});
+    testing::internal::CaptureStderr();  // the watch over the folder may be the first to see it
     std::ofstream(file) << "{ \"system\": ";
-    testing::internal::CaptureStderr();
     EXPECT_EQ(vap::hardware()["system"]["cpu"], 77);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("stays in use"));
     EXPECT_THAT(complaint([] { vap::patch_hardware({{"x", 1}}); }), HasSubstr("broken"));
