@@ -65,6 +65,24 @@ TEST_F(NetCheck, StaysSilentWhenNoThreadStarts) {
     EXPECT_THAT(results(), IsEmpty());
 }
 
+TEST_F(NetCheck, SendsAShorterListOrNoneWhenMemoryEnds) {
+    vap::fail("popen", 1, -1);  // the commands' own time is not what is tested
+    size_t most = 0;
+    int failing = 1;
+    for (bool whole = false; !whole; ++failing) {
+        const size_t before = results().size();
+        const test::JsonAllocations memory(failing);
+        net_check_back(nullptr);
+        whole = test::JsonAllocations::made() < failing;
+        EXPECT_EQ(test::JsonAllocations::live(), 0) << "allocation " << failing;
+        if (results().size() > before) {
+            most = std::max(most, whole ? 0 : results().back().size());
+        }
+    }
+    EXPECT_THAT(results().back().size(), 7U);
+    EXPECT_THAT(most, 6U) << "a record that cannot be made is left out";
+}
+
 TEST_F(NetCheck, RunsBesideAnotherOneAndAReport) {
     ASSERT_EQ(dev_api(), 0);
     call(net_check);
