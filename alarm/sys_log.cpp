@@ -34,7 +34,7 @@ const char *event_type(int code) {
 
 /** A text of a record: it need not be terminated. */
 template <size_t N>
-cJSON *add_text(cJSON *entry, const char *key, const char (&field)[N]) {
+cJSON *add_text(cJSON *entry, JsonKey key, const char (&field)[N]) {
     char text[N + 1];
     snprintf(text, sizeof text, "%.*s", static_cast<int>(N), field);
     return json_add_string(entry, key, text);

@@ -6,6 +6,7 @@
 
 #include <array>
 
+#include "json_key.h"
 #include "nx_limits.h"
 #include "platform/wifi.h"
 
@@ -16,7 +17,7 @@ struct Band {
     int slots;                /**< SSID slots, from 0 */
     const char *radio_prefix; /**< radio key: prefix + field */
     const char *ssid_stem;    /**< SSID key: stem + slot + "." + field */
-    const char *ssid_array;   /**< array of its SSIDs in JSON */
+    JsonKey ssid_array;       /**< array of its SSIDs in JSON */
     int eth_index;            /**< main interface, for `get_eth_name` */
 };
 

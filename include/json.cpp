@@ -19,23 +19,27 @@ cJSON *member_of(const cJSON *object, const char *key, cJSON_bool (*is_kind)(con
 
 }  // namespace
 
-cJSON *json_add(cJSON *object, const char *key, Json item) {
-    return handed_over(item, cJSON_AddItemToObject(object, key, item.get()));
+cJSON *json_add(cJSON *object, JsonKey key, Json item) {
+    return handed_over(item, cJSON_AddItemToObjectCS(object, key, item.get()));
 }
 
-cJSON *json_add_number(cJSON *object, const char *key, double number) {
+cJSON *json_add_named(cJSON *object, const char *name, Json item) {
+    return handed_over(item, cJSON_AddItemToObject(object, name, item.get()));
+}
+
+cJSON *json_add_number(cJSON *object, JsonKey key, double number) {
     return json_add(object, key, Json(cJSON_CreateNumber(number)));
 }
 
-cJSON *json_add_string(cJSON *object, const char *key, const char *text) {
+cJSON *json_add_string(cJSON *object, JsonKey key, const char *text) {
     return json_add(object, key, Json(cJSON_CreateString(text)));
 }
 
-cJSON *json_add_object(cJSON *object, const char *key) {
+cJSON *json_add_object(cJSON *object, JsonKey key) {
     return json_add(object, key, json_object());
 }
 
-cJSON *json_add_array(cJSON *object, const char *key) {
+cJSON *json_add_array(cJSON *object, JsonKey key) {
     return json_add(object, key, json_array());
 }
 

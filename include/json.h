@@ -9,6 +9,8 @@
 #include <cstring>
 #include <memory>
 
+#include "json_key.h"
+
 struct JsonDelete {
     void operator()(cJSON *json) const { cJSON_Delete(json); }
 };
@@ -34,11 +36,14 @@ inline JsonText json_print(const Json &json) {
 
 /** Adds `item` under `key`; an item that could not be made or added is dropped.
  *  Returns what the object now holds there: a borrowed pointer, or null. */
-cJSON *json_add(cJSON *object, const char *key, Json item);
-cJSON *json_add_number(cJSON *object, const char *key, double number);
-cJSON *json_add_string(cJSON *object, const char *key, const char *text);
-cJSON *json_add_object(cJSON *object, const char *key);
-cJSON *json_add_array(cJSON *object, const char *key);
+cJSON *json_add(cJSON *object, JsonKey key, Json item);
+cJSON *json_add_number(cJSON *object, JsonKey key, double number);
+cJSON *json_add_string(cJSON *object, JsonKey key, const char *text);
+cJSON *json_add_object(cJSON *object, JsonKey key);
+cJSON *json_add_array(cJSON *object, JsonKey key);
+
+/** The same under a name that is made at run time, and copied. */
+cJSON *json_add_named(cJSON *object, const char *name, Json item);
 
 /** Appends `item` to an array, with the same rules. */
 cJSON *json_append(cJSON *array, Json item);

@@ -67,26 +67,26 @@ struct SsidSlot {
 };
 
 /** Adds one member; `field` is the setting that it comes from. */
-using SsidConversion = void (*)(cJSON *object, const char *member, const SsidSlot &ssid,
+using SsidConversion = void (*)(cJSON *object, JsonKey member, const SsidSlot &ssid,
                                 const char *field);
 
-void as_number(cJSON *object, const char *member, const SsidSlot &ssid, const char *field) {
+void as_number(cJSON *object, JsonKey member, const SsidSlot &ssid, const char *field) {
     json_add_number(object, member, ssid.number(field));
 }
 
-void as_text(cJSON *object, const char *member, const SsidSlot &ssid, const char *field) {
+void as_text(cJSON *object, JsonKey member, const SsidSlot &ssid, const char *field) {
     json_add_string(object, member, ssid.get(field).text);
 }
 
-void as_empty(cJSON *object, const char *member, const SsidSlot &, const char *) {
+void as_empty(cJSON *object, JsonKey member, const SsidSlot &, const char *) {
     json_add_string(object, member, "");
 }
 
-void as_zero(cJSON *object, const char *member, const SsidSlot &, const char *) {
+void as_zero(cJSON *object, JsonKey member, const SsidSlot &, const char *) {
     json_add_number(object, member, 0);
 }
 
-void as_slot(cJSON *object, const char *member, const SsidSlot &ssid, const char *) {
+void as_slot(cJSON *object, JsonKey member, const SsidSlot &ssid, const char *) {
     json_add_number(object, member, ssid.slot);
 }
 
@@ -101,13 +101,13 @@ const SsidEncryption *encryption_of(const SsidSlot &ssid) {
     return row == ssid_encryptions.end() ? nullptr : row;
 }
 
-void as_encryption(cJSON *object, const char *member, const SsidSlot &ssid, const char *) {
+void as_encryption(cJSON *object, JsonKey member, const SsidSlot &ssid, const char *) {
     const SsidEncryption *mode = encryption_of(ssid);
     json_add_number(object, member, mode != nullptr ? mode->code : ssid_encryption_other);
 }
 
 /** An unknown cipher counts as the first one. */
-void as_cipher(cJSON *object, const char *member, const SsidSlot &ssid, const char *field) {
+void as_cipher(cJSON *object, JsonKey member, const SsidSlot &ssid, const char *field) {
     const StoreValue name = ssid.get(field);
     int code = 0;
     for (size_t i = 0; i < ssid_ciphers.size(); ++i) {
@@ -117,18 +117,18 @@ void as_cipher(cJSON *object, const char *member, const SsidSlot &ssid, const ch
 }
 
 /** The shut-off schedule, which counts only while the shut-off is on. */
-void as_schedule(cJSON *object, const char *member, const SsidSlot &ssid, const char *field) {
+void as_schedule(cJSON *object, JsonKey member, const SsidSlot &ssid, const char *field) {
     json_add_string(object, member, ssid.number("nx.time_close") != 0 ? ssid.get(field).text : "");
 }
 
 /** The VLAN of every SSID without one of its own is not told. */
-void as_vlan(cJSON *object, const char *member, const SsidSlot &ssid, const char *field) {
+void as_vlan(cJSON *object, JsonKey member, const SsidSlot &ssid, const char *field) {
     const StoreValue id = ssid.get(field);
     json_add_string(object, member, strcmp(id.text, default_vlan) == 0 ? "" : id.text);
 }
 
 struct SsidMember {
-    const char *member;
+    JsonKey member;
     const char *field;
     SsidConversion add;
 };

@@ -39,6 +39,6 @@ DecimalText decimal_text(double number) {
 
 }  // namespace
 
-void json_add_decimal(cJSON *object, const char *key, double number) {
+void json_add_decimal(cJSON *object, JsonKey key, double number) {
     json_add_string(object, key, decimal_text(number).data());
 }

@@ -6,8 +6,10 @@
 
 #include <cjson/cJSON.h>
 
+#include "json_key.h"
+
 /** Adds a number as a text with two decimals, "10.00", as "%.2f" would write it: a
  *  float, or a count of 1024ths. */
-void json_add_decimal(cJSON *object, const char *key, double number);
+void json_add_decimal(cJSON *object, JsonKey key, double number);
 
 #endif

@@ -23,7 +23,7 @@ struct RadioNow {
 
 /** Numbers of a radio rule that are reported as they are stored. */
 struct RuleMember {
-    const char *member;
+    JsonKey member;
     const char *field;
 };
 

@@ -29,7 +29,7 @@ cJSON *add_stations(cJSON *response) {
 
 /** Adds the kibibytes counted under `key` since the report before, as a text, and
  *  starts the count again; the zero waits for somebody's commit. */
-void add_flow(cJSON *throughput, const char *member, const char *key) {
+void add_flow(cJSON *throughput, JsonKey member, const char *key) {
     const StoreValue bytes = store_get(key);
     if (bytes.found) {
         store_set(key, "0");

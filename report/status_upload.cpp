@@ -8,7 +8,7 @@
 namespace {
 
 struct Section {
-    const char *name;
+    JsonKey name;
     int (*fill)(cJSON *object);
 };
 

@@ -33,7 +33,7 @@ Neighbour read_neighbour(const char *line) {
 }
 
 void add_neighbour(cJSON *object, const Neighbour &device) {
-    cJSON *entry = json_add_object(object, device.mac);
+    cJSON *entry = json_add_named(object, device.mac, json_object());
     json_add_string(entry, "mac", device.mac);
     json_add_string(entry, "ip", device.ip);
     json_add_string(entry, "type", device.type);

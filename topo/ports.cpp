@@ -47,7 +47,7 @@ void add_wired(cJSON *object, const TopoPort &port, size_t index, const char *tr
  *  port in all its rates. */
 void add_wireless(cJSON *object, int link_rate) {
     printf("ifname:%s, link_rate:%d\n", "wlan1", link_rate);
-    for (const char *member : {"link_rate", "tx_rate", "rx_rate"}) {
+    for (const JsonKey member : {JsonKey("link_rate"), JsonKey("tx_rate"), JsonKey("rx_rate")}) {
         json_add_number(object, member, link_rate);
     }
 }
@@ -61,7 +61,7 @@ int dev_port_topo_get(cJSON *object, int up_port) {
         const TopoPort &port = topo_port[i];
         char key[12];
         snprintf(key, sizeof key, "%d", port.number);
-        cJSON *entry = json_add_object(object, key);
+        cJSON *entry = json_add_named(object, key, json_object());
         if (entry == nullptr) {
             return -1;
         }

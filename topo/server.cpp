@@ -108,7 +108,7 @@ void topo_server_set(const TopoServer &server) {
 
 void ntdd_set_server_info(const char *address, const char *port, const char *protocol) {
     struct Member {
-        const char *name;
+        JsonKey name;
         const char *value;
     };
     const std::array members{

@@ -51,7 +51,7 @@ constexpr Command commands[] = {
     {"cloud", 2, "#The word of \"Default\" must not be removed\nDefault\nap.apname=ZX-A5V1.0\n", 4},
     {"cloud", 3, R"({"cloud_status": 0})", 6},
     {"cloud", 4, R"({"cloud_id": "c"})", 8},
-    {"dev", 0, "", 150},
+    {"dev", 0, "", 100},
     {"dev", 1, "", 30},
     {"dev", 2, "", 300},
     {"dev", 3, R"({"timestamp": 1767225600, "time_array": [{"mode": 1, "timestamp": 5}]})", 15},
@@ -64,7 +64,7 @@ constexpr Command commands[] = {
     {"dev", 7, R"([{"mac": "02:57:00:00:00:01"}])", 6},
     {"dev", 8, R"({"length": 100})", 5},
     {"dev", 9, "", 4},
-    {"dev", 19, "", 60},
+    {"dev", 19, "", 50},
     {"dev", 20, R"({"server_ip": 3232235777, "server_port": 80})", 15},
     {"dev", 23, R"({"op": 1})", 5},
     // An address that never reaches the shell: the notice of the failure is sent.
@@ -76,7 +76,7 @@ constexpr Command commands[] = {
      15},
     {"wlan", 1, R"({"rf_optimize": {"channel_1": 6}})", 10},
     {"wlan", 2, R"({"rf_rule": [{"channel": 6}, {"channel": 36}]})", 10},
-    {"wlan", 3, "", 150},
+    {"wlan", 3, "", 100},
 };
 
 TEST_F(Sweep, CommandsLoseNothingWhenAnAllocationFails) {
