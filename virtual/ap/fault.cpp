@@ -2,18 +2,17 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <utility>
 
 namespace vap {
 
 void Faults::plan(const std::string &op, int nth, int times, std::optional<long> result) {
     const std::lock_guard lock(mutex_);
     plans_.push_back({op, std::max(nth, 1) - 1, times, result, false});
+    planned_ = true;
 }
 
 bool Faults::behind(uint64_t generation) {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(generation_, generation) != generation;
+    return generation_ != generation && generation_.exchange(generation) != generation;
 }
 
 void Faults::follow(const Json &plans) {
@@ -38,9 +37,13 @@ void Faults::follow(const Json &plans) {
             fprintf(stderr, "vap: hardware.json: not a fault: %s\n", row.dump().c_str());
         }
     }
+    planned_ = !plans_.empty();
 }
 
 std::optional<long> Faults::due(std::string_view op, long failure) {
+    if (!planned_) {
+        return std::nullopt;
+    }
     const std::lock_guard lock(mutex_);
     std::optional<long> result;
     for (Plan &plan : plans_) {

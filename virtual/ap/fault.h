@@ -4,6 +4,7 @@
 #ifndef VIRTUAL_AP_FAULT_H
 #define VIRTUAL_AP_FAULT_H
 
+#include <atomic>
 #include <list>
 #include <mutex>
 #include <optional>
@@ -39,7 +40,8 @@ class Faults {
 
     std::mutex mutex_;
     std::list<Plan> plans_;
-    uint64_t generation_ = 0;
+    std::atomic<bool> planned_{false}; /**< every platform call asks: no lock for none */
+    std::atomic<uint64_t> generation_{0};
     Json described_;
 };
 

@@ -1,6 +1,7 @@
 #include "virtual/ap/store.h"
 
 #include <cstdio>
+#include <ctime>
 #include <stdexcept>
 #include <utility>
 
@@ -25,11 +26,13 @@ std::optional<Values> load(const std::filesystem::path &file, std::string &probl
 }  // namespace
 
 bool Lookout::due() {
-    const auto now = std::chrono::steady_clock::now();
-    if (now < next_) {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);  // every platform call comes by
+    const int64_t now_ms = int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+    if (now_ms < next_ms_) {
         return false;
     }
-    next_ = now + std::chrono::milliseconds(50);
+    next_ms_ = now_ms + 50;
     return true;
 }
 

@@ -4,7 +4,7 @@
 #ifndef VIRTUAL_AP_STORE_H
 #define VIRTUAL_AP_STORE_H
 
-#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <mutex>
 #include <optional>
@@ -23,7 +23,7 @@ class Lookout {
     bool due();
 
   private:
-    std::chrono::steady_clock::time_point next_{};
+    int64_t next_ms_ = 0;
 };
 
 class Store {
