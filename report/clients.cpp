@@ -131,29 +131,43 @@ void update_ip(wifi_sta &station, const uint8_t *mac, const ArpTable &arp) {
 
 /* ---- stations of the call before --------------------------------------- */
 
+/** The part of a station's MAC text that tells it from most others. */
+uint64_t mac_tail(const wifi_sta &station) {
+    uint64_t tail;
+    memcpy(&tail, station.mac + 9, sizeof tail);
+    return tail;
+}
+
 /** What `user_list_get` remembers between two calls, main thread only. A call
- *  rebuilds the records while it still searches them. */
+ *  rebuilds the list while it still searches it. */
 struct Snapshot {
     int32_t uptime;
     size_t count;
+    std::array<uint64_t, limits::stations> tails; /**< apart, to be looked through quickly */
     std::array<wifi_sta, limits::stations> stations;
 
-    /** First of the records of the call before that is this station at this
-     *  address, as the records stand now. */
+    /** First of the stations of the call before that is this one at this address, as
+     *  the list stands now. */
     const wifi_sta *find(const wifi_sta &station) const {
-        const auto end = stations.begin() + count;
-        const auto found = std::find_if(stations.begin(), end, [&](const wifi_sta &before) {
-            return strcmp(before.mac, station.mac) == 0 && strcmp(before.ip, station.ip) == 0;
-        });
-        return found == end ? nullptr : &*found;
+        const uint64_t tail = mac_tail(station);
+        for (size_t i = 0; i < count; ++i) {
+            if (tails[i] == tail && strcmp(stations[i].ip, station.ip) == 0 &&
+                strcmp(stations[i].mac, station.mac) == 0) {
+                return &stations[i];
+            }
+        }
+        return nullptr;
     }
 
     /** Puts a radio's stations behind the `stored` ones of this call, as many as
      *  there is room for. */
     size_t append(std::span<const wifi_sta> radio, size_t stored) {
         const size_t room = std::min(radio.size(), stations.size() - stored);
-        std::copy_n(radio.begin(), room, stations.begin() + stored);
-        return stored + room;
+        for (const wifi_sta &station : radio.first(room)) {
+            tails[stored] = mac_tail(station);
+            stations[stored++] = station;
+        }
+        return stored;
     }
 };
 
@@ -184,11 +198,12 @@ Rates station_rates(const wifi_sta &station, int32_t elapsed) {
     return {rate(station.up_bytes, online), rate(station.down_bytes, online)};
 }
 
+/** Class of a station's operating system; the first name stands for no guess. */
 int station_os_class(const uint8_t *mac) {
     int index = 0;
     ap_client_identify_get_os_info(mac, &index);
-    const bool known = index >= 0 && static_cast<size_t>(index) < os_type_str.size();
-    return os_class(os_type_str[known ? static_cast<size_t>(index) : 0]);
+    const bool known = index >= 0 && static_cast<size_t>(index) < os_classes.size();
+    return os_classes[known ? static_cast<size_t>(index) : 0];
 }
 
 /** What all clients of one call share. */
@@ -220,7 +235,7 @@ bool append_client(cJSON *array, const ClientReport &report, const ClientSlot &s
     json_add_decimal(client, "up_rate", rates.up);
     json_add_decimal(client, "down_rate", rates.down);
     json_add_number(client, "access_type", slot.band.number);
-    json_add_number(client, "os_type", report.identify_os ? station_os_class(mac) : os_class("--"));
+    json_add_number(client, "os_type", report.identify_os ? station_os_class(mac) : os_classes[0]);
     json_add_string(client, "online_time", station.online_time);
     json_add_number(client, "signal_intensity", text_int(station.signal));
     return true;

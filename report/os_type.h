@@ -29,4 +29,13 @@ constexpr int os_class(std::string_view name) {
     return 4;
 }
 
+/** The classes of all names. */
+inline constexpr auto os_classes = [] {
+    std::array<int, os_type_str.size()> classes{};
+    for (size_t i = 0; i < classes.size(); ++i) {
+        classes[i] = os_class(os_type_str[i]);
+    }
+    return classes;
+}();
+
 #endif
