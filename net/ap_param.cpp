@@ -14,7 +14,7 @@ int with_model(Use use, const char *function = __builtin_FUNCTION()) {
     const StoreValue name = store_get("ap.apname");
     const size_t length = strlen(name.text);
     if (length == 0) {
-        nx_trace(function, __LINE__, "ap name is NULL.\n");
+        NX_TRACE_AS(function, "ap name is NULL.\n");
         return -1;
     }
     const auto *row = std::ranges::find_if(ap_param, [&](const ApModel &model) {

@@ -45,7 +45,7 @@ void drop_last_character(char *text) {
 StoreValue checked_value(const char *key, const char *function = __builtin_FUNCTION()) {
     StoreValue value = store_get(key);
     if (!value.found) {
-        nx_trace(function, __LINE__, "get value err! value:%s\n", value.text);
+        NX_TRACE_AS(function, "get value err! value:%s\n", value.text);
     }
     return value;
 }
