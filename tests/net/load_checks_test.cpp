@@ -327,7 +327,7 @@ TEST_F(LoadChecks, AppendNothingThatIsNotWhole) {
     for (const Check check :
          {channel_usage, check_sta_num, check_wifi_throughput, check_eth0_throughput}) {
         cJSON *results = cJSON_CreateArray();
-        for (int failing = 1; failing <= 5; ++failing) {
+        for (int failing = 1; failing <= 3; ++failing) {
             const test::JsonAllocations allocations(failing);
             const int result = check(results);
             EXPECT_TRUE(result == -1 || check == check_wifi_throughput ||

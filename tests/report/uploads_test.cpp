@@ -46,7 +46,7 @@ void sweep(nx_handler handler, Check check) {
         check(result, response);
         cJSON_Delete(response);
     } while (made >= failing);
-    EXPECT_GT(failing, 30);
+    EXPECT_GT(failing, 20);
 }
 
 TEST_F(Uploads, SurviveEachFailingAllocation) {
