@@ -85,7 +85,6 @@ int nx_cgi_init() {
         return -1;
     }
     if (poll_item_add(fd, POLLIN, recv_msg_handle) == nullptr) {
-        NX_TRACE("Out of memory!\n");
         return -1;
     }
     NX_TRACE("init succeed!  fd:%d\n", fd);

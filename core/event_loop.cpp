@@ -37,13 +37,14 @@ void collect() {
 
 }  // namespace
 
-poll_item *poll_item_add(int fd, int events, nx_poll_cb callback) {
+poll_item *poll_item_add(int fd, int events, nx_poll_cb callback, const char *function) {
     if (item_count >= limits::poll_items) {
-        NX_TRACE("too many descriptors: %zu\n", item_count);
+        NX_TRACE_AS(function, "too many descriptors: %zu\n", item_count);
         return nullptr;
     }
     auto *item = static_cast<poll_item *>(malloc(sizeof(poll_item)));
     if (item == nullptr) {
+        NX_TRACE_AS(function, "Out of memory!\n");
         return nullptr;
     }
     item->fd = fd;
@@ -62,11 +63,8 @@ int start_poll_fn(int fd, int event, nx_poll_cb callback) {
         NX_TRACE("Unsupport Event: %d\n", event);
         return -1;
     }
-    if (poll_item_add(fd, event == NX_POLL_READ ? POLLIN : POLLOUT, callback) == nullptr) {
-        NX_TRACE("Out of memory!\n");
-        return -1;
-    }
-    return 0;
+    const int mask = event == NX_POLL_READ ? POLLIN : POLLOUT;
+    return poll_item_add(fd, mask, callback) != nullptr ? 0 : -1;
 }
 
 int stop_poll_fn(void *handle) {

@@ -22,8 +22,10 @@ struct poll_item : poll_link {
 /** The list's head; the newest item comes first. Main thread only. */
 extern poll_link pitems;
 
-/** Puts an item at the front of the list; null: list full, or out of memory. */
-poll_item *poll_item_add(int fd, int events, nx_poll_cb callback);
+/** Puts an item at the front of the list. Null: list full, or out of memory, each with
+ *  a trace line of the caller's. */
+poll_item *poll_item_add(int fd, int events, nx_poll_cb callback,
+                         const char *function = __builtin_FUNCTION());
 
 /** Watches a descriptor; `event` 0: readable, 1: writable. 0; -1: other event,
  *  list full, or out of memory. */
