@@ -132,6 +132,7 @@ int dev_local_upgrade(cJSON *request, cJSON *) {
     }
     Heap<DownloadJob> job = heap_record<DownloadJob>();
     if (!job) {
+        NX_TRACE("malloc is null!\n");
         return -1;
     }
     job->size = size;

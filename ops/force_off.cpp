@@ -42,6 +42,7 @@ int force_off(cJSON *request, cJSON *) {
     }
     Heap<ReleaseBlock> block = heap_record<ReleaseBlock>();
     if (!block) {
+        NX_TRACE("malloc is null!\n");
         return -1;
     }
     const int32_t &count = block->front().count;
