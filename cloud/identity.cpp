@@ -90,12 +90,19 @@ int set_bind_info() {
     char url[32];
     store_text("nx.cloud.id", cloud_id);
     store_text("nx.url", url);
-    json_add_number(document.get(), "cloud_manage", store_int("nx.manage.en") != 0 ? 1 : 2);
-    json_add_number(document.get(), "manage", store_int("nx.manage.mode"));
-    json_add_string(document.get(), "cloud_id", cloud_id);
-    json_add_number(document.get(), "project_id", store_int("nx.project.id"));
-    json_add_string(document.get(), "url", url);
-    json_add_number(document.get(), "bind_status", store_int("nx.bind_status"));
+    cJSON *object = document.get();
+    const int cloud_manage = store_int("nx.manage.en") != 0 ? 1 : 2;
+    const bool complete =
+        json_add_number(object, "cloud_manage", cloud_manage) != nullptr &&
+        json_add_number(object, "manage", store_int("nx.manage.mode")) != nullptr &&
+        json_add_string(object, "cloud_id", cloud_id) != nullptr &&
+        json_add_number(object, "project_id", store_int("nx.project.id")) != nullptr &&
+        json_add_string(object, "url", url) != nullptr &&
+        json_add_number(object, "bind_status", store_int("nx.bind_status")) != nullptr;
+    if (!complete) {
+        NX_TRACE("malloc is null!\n");
+        return -1;
+    }
     const JsonText text = json_print(document);
     if (!text) {
         NX_TRACE("print cJSON is null!\n");

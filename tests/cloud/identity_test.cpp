@@ -75,6 +75,13 @@ TEST_F(Identity, TellsHowTheDeviceIsBound) {
     EXPECT_EQ(sent[1].length, static_cast<int>(sent[1].data.size()));
 }
 
+TEST_F(Identity, SendsNoBindingWithAMemberMissing) {
+    int result = 0;
+    test::fail_each_allocation([&] { result = set_bind_info(); },
+                               [&](bool passed) { EXPECT_EQ(result, passed ? 0 : -1); });
+    EXPECT_THAT(uploads("nx_api_bind_info_upload"), ::testing::SizeIs(1));
+}
+
 TEST_F(Identity, ReportsRefusals) {
     refuse("nx_api_set_basic_info");
     refuse("nx_api_bind_info_upload");
