@@ -208,8 +208,8 @@ int station_os_class(const uint8_t *mac) {
 
 /** What all clients of one call share. */
 struct ClientReport {
-    ArpTable arp;
     MacText ap_mac = lan_mac_text(MacStyle::lower_colons);
+    ArpTable arp;
     int32_t elapsed = 0; /**< seconds since the call before */
     bool identify_os = store_int("wl.identifyOS_en") != 0;
 };
@@ -222,9 +222,10 @@ bool append_client(cJSON *array, const ClientReport &report, const ClientSlot &s
     }
     uint8_t mac[6] = {};
     char upper_mac[limits::mac_text];
-    ifaddrs_ethaddr_aton(station.mac, mac);
+    if (ifaddrs_ethaddr_aton(station.mac, mac) == 0) {
+        update_ip(station, mac, report.arp);
+    }
     string_upper_mac(station.mac, upper_mac);
-    update_ip(station, mac, report.arp);
     const Rates rates = station_rates(station, report.elapsed);
     json_add_string(client, "assoc_ssid", ssid);
     json_add_string(client, "user_mac", upper_mac);

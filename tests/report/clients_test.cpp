@@ -149,6 +149,13 @@ TEST_F(Clients, TakesTheFirst512ArpEntries) {
     EXPECT_THAT(listed("ip"), ElementsAre("10.0.0.1", "2.2.2.2", "10.1.1.1"));
 }
 
+TEST_F(Clients, TakesAnEntryWithoutMacForNobody) {
+    vap::patch_hardware({{"arp", {{"00:00:00:00:00:00", "10.0.0.1"}}}});
+    associate({{.mac = sta_a, .online = 5, .ip = "1.1.1.1", .in_arp = false}});
+    vap::fail("ifaddrs_ethaddr_aton", 1, 1);
+    EXPECT_THAT(listed("ip"), ElementsAre("1.1.1.1")) << "its MAC cannot be read";
+}
+
 TEST_F(Clients, ClassesOperatingSystems) {
     constexpr int classes[] = {4, 1, 0, 0, 4, 4, 4, 4, 2, 2, 2, 2, 3, 2};
     static_assert(std::size(classes) == os_type_str.size());
