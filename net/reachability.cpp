@@ -101,7 +101,7 @@ bool append_server(cJSON *list, const PingVerdict &verdict) {
 }  // namespace
 
 int cmd_get_ping_output(const PingRequest *request, char *output, size_t size) {
-    if (request == nullptr || !shell_word_is_safe(request->host)) {
+    if (!shell_word_is_safe(request != nullptr ? request->host : "")) {
         return 1;
     }
     char command[256];

@@ -112,7 +112,10 @@ TEST_F(Reachability, RefusesWhatIsNoSafeHost) {
         EXPECT_STREQ(output, "untouched");
     }
     char output[64];
-    EXPECT_EQ(cmd_get_ping_output(nullptr, output, sizeof output), 1);
+    EXPECT_THAT(
+        output_of([&] { EXPECT_EQ(cmd_get_ping_output(nullptr, output, sizeof output), 1); },
+                  false),
+        MatchesRegex("IN cmd_get_ping_output on [0-9]+ cmd check error\n"));
     EXPECT_THAT(effects({"popen"}), IsEmpty());
 }
 
