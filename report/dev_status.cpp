@@ -24,6 +24,9 @@ namespace {
 // last device information instead: the reports themselves keep the processor busy.
 constexpr int32_t sample_seconds = 2;
 
+// Bytes of the address of "/etc/lan.ini", its NUL counted.
+constexpr size_t dhcp_ip_text = 18;
+
 int32_t last_status_uptime = 0;
 int32_t cached_cpu = 0;
 
@@ -61,17 +64,12 @@ char *split_line(char *line, char separator) {
     return *value != '\0' ? value : nullptr;
 }
 
-struct ManageIp {
-    char text[18] = {};
-};
-
-ManageIp manage_ip() {
-    ManageIp ip;
-    if (store_int("lan.type") == 0) {
-        get_dhcp_ip(ip.text);
-    } else {
-        text_copy(ip.text, checked_value("lan.ip", "dev_info_get").text);
+StoreValue manage_ip() {
+    if (store_int("lan.type") != 0) {
+        return checked_value("lan.ip", "dev_info_get");
     }
+    StoreValue ip;
+    get_dhcp_ip(ip.text);
     return ip;
 }
 
@@ -95,7 +93,7 @@ int dev_info_get(cJSON *object) {
     const MacText mac = lan_mac_text(MacStyle::upper_colons);
     const StoreValue hardware = checked_value("sys.hwver");
     const StoreValue manage_mode = checked_value("nx.manage.mode");
-    const ManageIp ip = manage_ip();
+    const StoreValue ip = manage_ip();
     char model[APMIB_VALUE_MAX];
     model_name(model);
     sys_status status = sample_status();
@@ -126,7 +124,7 @@ int get_dhcp_ip(char *ip) {
         NX_TRACE("get /etc/lan.ini ip err!\n");
         value = "0.0.0.0";
     }
-    text_copy(ip, sizeof ManageIp::text, value);
+    text_copy(ip, dhcp_ip_text, value);
     return 0;
 }
 

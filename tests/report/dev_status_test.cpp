@@ -30,6 +30,8 @@ TEST_F(DevStatus, CutsModelAndVersion) {
 TEST_F(DevStatus, FindsTheManagementAddress) {
     set_all({{"lan.type", "1"}, {"lan.ip", "10.0.0.9"}});
     EXPECT_EQ(dev_info()["manage_ip"], "10.0.0.9");
+    set("lan.ip", "2001:db8::192:168:10:20");
+    EXPECT_EQ(dev_info()["manage_ip"], "2001:db8::192:168:10:20") << "as it is stored";
     set("lan.type", "0");
     EXPECT_EQ(dev_info()["manage_ip"], "") << "no file";
     struct Row {
