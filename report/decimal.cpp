@@ -2,6 +2,7 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 
@@ -24,7 +25,7 @@ uint64_t rounded_hundredths(double number) {
  *  count of 1024ths, so that the text is the same. */
 DecimalText decimal_text(double number) {
     DecimalText text;
-    if (!(number >= 0 && number < 1e15)) {
+    if (std::signbit(number) || !(number < 1e15)) {
         snprintf(text.data(), text.size(), "%.2f", number);
         return text;
     }

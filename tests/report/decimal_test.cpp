@@ -20,7 +20,7 @@ std::string printed(double number) {
 
 TEST(Decimal, WritesWhatPrintfWrites) {
     for (const double number : std::initializer_list<double>{
-             0.0, 0.125, 0.375, 2.625, 99.995F, 0.005F, 1e-9F, -1.5, -0.001, 1e15, 2.1e17,
+             0.0, -0.0, 0.125, 0.375, 2.625, 99.995F, 0.005F, 1e-9F, -1.5, -0.001, 1e15, 2.1e17,
              4194304.0, std::numeric_limits<double>::infinity(),
              std::numeric_limits<double>::quiet_NaN()}) {
         EXPECT_EQ(text_of(number), printed(number));
