@@ -26,6 +26,16 @@ namespace {
 
 constexpr int weekdays = 7;
 
+/** The schedule as it is stored, read at one moment. */
+struct Maintenance {
+    int timestamp = store_int("nx.maint_timestamp");
+    int enable = store_int("sys.schedulereboot.enable");
+    int type = store_int("sys.schedulereboot.type");
+    int interval = store_int("sys.schedulereboot.interval");
+    StoreValue days = store_get("sys.schedulereboot.wday");
+    StoreValue start_time = store_get("sys.schedulereboot.start_time");
+};
+
 /** Weekday flags of a stored text: its second to eighth digit. The first one has
  *  no weekday; a text of fewer digits means no day at all. */
 std::array<int, weekdays> repeat_days(const char *text) {
@@ -36,14 +46,13 @@ std::array<int, weekdays> repeat_days(const char *text) {
     return parsed == weekdays + 1 ? days : std::array<int, weekdays>{};
 }
 
-bool add_schedule(cJSON *object) {
+bool add_schedule(cJSON *object, const Maintenance &stored) {
     cJSON *schedule = json_add_object(object, "schedule_reboot");
-    const StoreValue start = store_get("sys.schedulereboot.start_time");
-    if (json_add_string(schedule, "start_time", start.text) == nullptr) {
+    if (json_add_string(schedule, "start_time", stored.start_time.text) == nullptr) {
         return false;
     }
     cJSON *days = json_add_array(schedule, "repeat_day");
-    for (const int day : repeat_days(store_get("sys.schedulereboot.wday").text)) {
+    for (const int day : repeat_days(stored.days.text)) {
         if (json_append(days, Json(cJSON_CreateNumber(day))) == nullptr) {
             return false;
         }
@@ -51,9 +60,9 @@ bool add_schedule(cJSON *object) {
     return true;
 }
 
-bool add_cycle(cJSON *object) {
+bool add_cycle(cJSON *object, const Maintenance &stored) {
     cJSON *cycle = json_add_object(object, "cycle_restart");
-    return json_add_number(cycle, "timeval", store_int("sys.schedulereboot.interval")) != nullptr;
+    return json_add_number(cycle, "timeval", stored.interval) != nullptr;
 }
 
 /* ---- SSID -------------------------------------------------------------- */
@@ -190,12 +199,12 @@ void add_traffic(const Band &band, Traffic &sum) {
 }  // namespace
 
 int maint_data_get(cJSON *object) {
-    const bool scheduled = store_int("sys.schedulereboot.type") != 0;
-    if (json_add_number(object, "close_reboot", store_int("sys.schedulereboot.enable")) ==
-            nullptr ||
-        json_add_number(object, "timestamp", store_int("nx.maint_timestamp")) == nullptr ||
+    const Maintenance stored;
+    const bool scheduled = stored.type != 0;
+    if (json_add_number(object, "close_reboot", stored.enable) == nullptr ||
+        json_add_number(object, "timestamp", stored.timestamp) == nullptr ||
         json_add_number(object, "mainetmode", scheduled ? 1 : 2) == nullptr ||
-        !(scheduled ? add_schedule(object) : add_cycle(object))) {
+        !(scheduled ? add_schedule(object, stored) : add_cycle(object, stored))) {
         NX_TRACE("malloc is null!\n");
         return -1;
     }
