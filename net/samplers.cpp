@@ -111,8 +111,9 @@ int get_wireless_cur_rate(int band, float *tx, float *rx) {
 
 int get_eth0_cur_rate(int *tx_rate, int *rx_rate) {
     const bool wan = strcmp(store_get("wans.flag").text, "1") == 0;
-    Sample now{uptime(), 0, 0};
+    Sample now{};
     add_counters(get_eth_name(wan ? ETH_NAME_WAN_UPLINK : ETH_NAME_LAN_UPLINK), now);
+    now.time = uptime();
     const Rates rates = rates_since(wired_sample.load(), now);
     *tx_rate = kbit_per_second(rates.tx);
     *rx_rate = kbit_per_second(rates.rx);

@@ -56,9 +56,10 @@ RadioNow radio_now(const Band &band) {
     if (!radio_enabled(band)) {
         return {0, radio_int(band, "bandwidth")};
     }
+    const bool on_air = any_ssid_enabled(band);
     wifi_radio_status status{};
     wifi_get_status_list(band.code, 0, &status);
-    return {any_ssid_enabled(band) ? text_int(status.channel) : 0, text_int(status.bandwidth)};
+    return {on_air ? text_int(status.channel) : 0, text_int(status.bandwidth)};
 }
 
 void fill_rule(cJSON *rule, const Band &band) {

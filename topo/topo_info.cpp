@@ -30,11 +30,12 @@ int dev_info_topo_get(cJSON *object, int *up_port) {
     const MacText mac = lan_mac_text(MacStyle::upper_colons);
     char ip[limits::ip_text] = {};
     ifaddrs_get_ifip(ifaddrs_get_lan_ifname(), ip);
+    const int link_rate = port_link_rate(port);
     VlanText vlans;
     get_trunk_vlan_id(vlans);
     // The cloud knows the second wired port by its logical number.
     json_add_number(object, "up_port", port == 3 ? 2 : port);
-    json_add_number(object, "link_rate", port_link_rate(port));
+    json_add_number(object, "link_rate", link_rate);
     json_add_string(object, "total_vlan", vlans.text);
     send_pass_route_data(ip, mac.text, 0);
     *up_port = port;
