@@ -133,6 +133,7 @@ TEST_F(Link, UploadsWaitForTheBrokerUpToABound) {
     nxapi::Settings settings = test::settings_for(broker);
     settings.queue_messages = 3;
     settings.queue_bytes = 1024;
+    settings.retry_ms = 1500;  // the console is there first
     CloudDevice device(settings, "SN1");
     for (const char *text : {"1", "2", "3", "4", "5"}) {
         EXPECT_TRUE(device.client.upload("up/alarm", text));
