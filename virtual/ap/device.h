@@ -45,7 +45,7 @@ T hardware_or(const std::string &pointer, T fallback) {
 
 /** Number that changes whenever the hardware description was read again; lets a
  *  part keep records of its own instead of asking for JSON at each call. */
-uint64_t hardware_generation();
+uint32_t hardware_generation();
 
 /** Seconds since the device's start, and the device's clock (seconds since the
  *  epoch), both in virtual time. */

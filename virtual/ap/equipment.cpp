@@ -13,7 +13,7 @@ namespace {
 struct State {
     std::mutex mutex;
     Equipment equipment;
-    std::optional<uint64_t> generation; /**< of the records; nothing: none yet */
+    std::optional<uint32_t> generation; /**< of the records; nothing: none yet */
 };
 
 State &state() {
@@ -71,7 +71,7 @@ void go_on(Equipment &equipment, const Equipment &before, double uptime) {
 
 /** Builds the records again when the description has changed. */
 void refresh(State &all) {
-    const uint64_t generation = hardware_generation();
+    const uint32_t generation = hardware_generation();
     if (all.generation == generation) {
         return;
     }

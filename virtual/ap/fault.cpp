@@ -11,7 +11,7 @@ void Faults::plan(const std::string &op, int nth, int times, std::optional<long>
     planned_ = true;
 }
 
-bool Faults::behind(uint64_t generation) {
+bool Faults::behind(uint32_t generation) {
     return generation_ != generation && generation_.exchange(generation) != generation;
 }
 

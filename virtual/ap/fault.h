@@ -20,7 +20,7 @@ class Faults {
     void plan(const std::string &op, int nth, int times, std::optional<long> result);
 
     /** Has the hardware description changed since this was last asked? */
-    bool behind(uint64_t generation);
+    bool behind(uint32_t generation);
 
     /** Takes the plans of a hardware description ([{"op", "nth", "times",
      *  "result"}]) in place of those that it gave before, when they differ. */
@@ -41,7 +41,7 @@ class Faults {
     std::mutex mutex_;
     std::list<Plan> plans_;
     std::atomic<bool> planned_{false}; /**< every platform call asks: no lock for none */
-    std::atomic<uint64_t> generation_{0};
+    std::atomic<uint32_t> generation_{0};
     Json described_;
 };
 

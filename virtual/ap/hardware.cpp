@@ -66,7 +66,7 @@ Json Hardware::whole() {
     return document_;
 }
 
-uint64_t Hardware::generation() {
+uint32_t Hardware::generation() {
     const std::lock_guard lock(mutex_);
     refresh(false);
     return generation_;

@@ -207,7 +207,7 @@ Json hardware_at(const std::string &pointer) {
     return device ? device->hardware.at(pointer) : Json();
 }
 
-uint64_t hardware_generation() {
+uint32_t hardware_generation() {
     const std::shared_ptr<Machine> device = machine();
     return device ? device->hardware.generation() : 0;
 }
