@@ -19,7 +19,7 @@ class Tools : public Device {
     int run(const std::string &arguments) {
         const std::string out = (folder() / "output").string();
         const int status =
-            std::system((NORVEX_BIN_DIR "/vap " + arguments + " >" + out + " 2>&1").c_str());
+            std::system((NORVEX_RUN_DIR "/vap " + arguments + " >" + out + " 2>&1").c_str());
         std::ifstream in(out);
         output_.assign(std::istreambuf_iterator<char>(in), {});
         return WEXITSTATUS(status);

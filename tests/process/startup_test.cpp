@@ -31,7 +31,7 @@ class Agent {
         if (pid_ == 0) {
             dup2(ends[1], STDOUT_FILENO);
             setenv("VAP_DEVICE", device.c_str(), 1);
-            execl(NORVEX_BIN_DIR "/norvex", "norvex", static_cast<char *>(nullptr));
+            execl(NORVEX_RUN_DIR "/norvex", "norvex", static_cast<char *>(nullptr));
             _exit(127);
         }
         close(ends[1]);

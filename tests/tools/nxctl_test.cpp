@@ -58,7 +58,7 @@ class Nxctl : public ::testing::Test {
     /** Runs the tool through a shell, for at most 20 seconds. */
     Outcome run(const std::string &arguments) {
         const std::string line = "NXCTL_BROKER=" + broker.url() +
-                                 " timeout 20 " NORVEX_BIN_DIR "/nxctl " + arguments + " >" +
+                                 " timeout 20 " NORVEX_RUN_DIR "/nxctl " + arguments + " >" +
                                  path("out") + " 2>" + path("err");
         const int status = std::system(line.c_str());
         return {WEXITSTATUS(status), text_of(path("out")), text_of(path("err"))};
@@ -129,7 +129,7 @@ TEST_F(Nxctl, ListsDevices) {
 }
 
 TEST_F(Nxctl, WatchesUploadsAndPresence) {
-    test::Child watcher({NORVEX_BIN_DIR "/nxctl", "--broker", broker.url(), "watch", "SN1"},
+    test::Child watcher({NORVEX_RUN_DIR "/nxctl", "--broker", broker.url(), "watch", "SN1"},
                         path("log"));
     {
         const LiveDevice other(broker, "SN2");

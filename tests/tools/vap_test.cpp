@@ -51,7 +51,7 @@ class VapTool : public testing::Test {
             for (const auto &[fd, name] : {std::pair{1, "out"}, std::pair{2, "err"}}) {
                 dup2(open((folder() / name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), fd);
             }
-            execv(NORVEX_BIN_DIR "/vap", words.data());
+            execv(NORVEX_RUN_DIR "/vap", words.data());
             _exit(127);
         }
         return child;
@@ -217,11 +217,9 @@ TEST_F(VapTool, FollowsAJournal) {
 
 /** The agent itself, on a device without a broker. */
 TEST_F(VapTool, RunsTheAgent) {
-    if (access(NORVEX_BIN_DIR "/norvex", X_OK) != 0) {
-        GTEST_SKIP() << "no agent in this build";
-    }
-    const pid_t child =
-        start({"run", device(), "--trace", "--speed", "20", "--broker", "mqtt://127.0.0.1:1"});
+    const std::string agent = NORVEX_RUN_DIR "/norvex";
+    const pid_t child = start({"run", device(), "--agent", agent, "--trace", "--speed", "20",
+                               "--broker", "mqtt://127.0.0.1:1"});
     EXPECT_TRUE(appears("out", "nx_api_dir_info_set succeed! path:/tmp/image"));
     EXPECT_EQ(run({"get", device(), "nx.debug"}).status, 1) << "tracing changes no setting";
     kill(child, SIGINT);
@@ -230,7 +228,7 @@ TEST_F(VapTool, RunsTheAgent) {
     vap::Store(device() + "/config").set_now("nx.debug", "0");
     std::ofstream(device() + "/hardware.json")
         << R"({"faults": [{"op": "apmib_init", "result": 0}]})";
-    const Result result = run({"run", device()});
+    const Result result = run({"run", device(), "--agent", agent});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "Initialize AP MIB failed !\n");
     EXPECT_THAT(result.err, HasSubstr("the agent ended with status 255"));
