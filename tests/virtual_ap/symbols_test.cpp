@@ -41,7 +41,8 @@ std::set<std::string> declared(const std::filesystem::path &header) {
 std::set<std::string> exported(const void *function, const std::string &space) {
     Dl_info library{};
     EXPECT_NE(dladdr(function, &library), 0);
-    const std::string command = "nm -D --defined-only --extern-only " + std::string(library.dli_fname);
+    const std::string command =
+        "nm -D --defined-only --extern-only " + std::string(library.dli_fname);
     FILE *const pipe = popen(command.c_str(), "re");
     std::set<std::string> names;
     char type = 0;
