@@ -209,10 +209,12 @@ TEST_F(Interpose, RunsOnlyWhatStaysInTheFolder) {
         {"ping 192.0.2.1 -4 -c 1 -s 32 -W 3 2>&1", true, "the folder's own ping"},
         {"iwconfig wlan0 | grep \"Bit Rate\"", true, "the folder's own iwconfig"},
         {"wget -T 240 http://127.0.0.1:1/x -O /tmp/image", true, "loopback"},
+        {"wget -T 240 127.0.0.1:1/x -O /tmp/image", true, "loopback without a scheme"},
         {"insmod /lib/modules/network_topology.ko", false, "no tool of ours"},
         {"killall lldpd", false, "no tool of ours"},
         {"echo 3 > /proc/sys/vm/drop_caches;free", false, "the machine's kernel"},
         {"cat /etc/passwd", false, "the machine's file"},
+        {"awk '{print $1}' /etc/passwd", false, "the machine's file"},
         {"cat ../../secret", false, "out of the folder"},
         {"cat < /etc/passwd", false, "redirection"},
         {"cat /etc/lan.ini > /etc/passwd", false, "redirection"},
@@ -231,7 +233,8 @@ TEST_F(Interpose, RunsOnlyWhatStaysInTheFolder) {
             << row.text << ": " << row.why;
     }
     for (const char *url :
-         {"http://192.0.2.1/x", "http://127.0.0.1@192.0.2.1/x", "http://127.0.0.1.example/x"}) {
+         {"http://192.0.2.1/x", "http://127.0.0.1@192.0.2.1/x", "http://127.0.0.1.example/x",
+          "192.0.2.1/x", "host.example:80/x", "image.bin"}) {
         EXPECT_EQ(vap::shell_command(std::string("wget ") + url + " -O /tmp/image"), "exit 4")
             << "as if the network were down: " << url;
     }

@@ -127,16 +127,20 @@ bool text_then_paths(size_t position, std::string &word) {
     return position == 0 || place_path(word);
 }
 
+/** What is no whole path is an address: wget takes one without a scheme, too. */
 bool wget_word(size_t, std::string &word) {
-    return word.find("://") != std::string::npos ? is_loopback_url(word) : place_path(word);
+    return word.starts_with('/') ? place_path(word) : is_loopback_url(word);
 }
 
 /** A program that prints fields: nothing that runs, reads or writes files. */
+bool prints_fields(std::string_view program) {
+    return std::ranges::all_of(program, [](char c) {
+        return strchr("{}$, ", c) != nullptr || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z');
+    });
+}
+
 bool awk_word(size_t position, std::string &word) {
-    return position != 0 || std::ranges::all_of(word, [](char c) {
-               return strchr("{}$, ", c) != nullptr || (c >= '0' && c <= '9') ||
-                      (c >= 'a' && c <= 'z');
-           });
+    return position == 0 ? prints_fields(word) : place_path(word);
 }
 
 struct Tool {
