@@ -104,6 +104,26 @@ TEST_F(Link, CommandsAreAnsweredOnTheMainThread) {
     }
 }
 
+TEST_F(Link, ACommandWithoutMemoryTakesNoOtherWithIt) {
+    CloudDevice device(broker, "SN1");
+    int starved = 0;
+    device.serve(
+        0,
+        [](void *, int, const char *, char **, int *, void *data) -> int {
+            ++*static_cast<int *>(data);
+            throw std::bad_alloc();
+        },
+        &starved);
+    device.serve(1, test::echo_command);
+    ASSERT_TRUE(until_on(device, "norvex/v1/SN1/up/identity"));
+    for (size_t round = 1; round <= 2; ++round) {
+        console.publish("norvex/v1/SN1/cmd/cloud/0", "");
+        console.publish("norvex/v1/SN1/cmd/cloud/1", "");
+        ASSERT_TRUE(until_on(device, "norvex/v1/SN1/rsp/cloud/1", round));
+        EXPECT_EQ(starved, static_cast<int>(round)) << "run once each";
+    }
+}
+
 TEST_F(Link, ResponseTopicAndCorrelationComeBack) {
     CloudDevice device(broker, "SN1");
     device.serve(0, test::echo_command);

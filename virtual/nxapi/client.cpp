@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <new>
 #include <utility>
 
 #include "virtual/nxapi/identity.h"
@@ -44,10 +45,7 @@ Client::Client(Settings settings, const Registry &registry)
     : settings_(std::move(settings)), registry_(registry), link_(settings_, inbox_) {}
 
 bool Client::start() {
-    if (settings_.broker.host.empty()) {
-        return true;
-    }
-    return inbox_.fd() >= 0 && link_.start();
+    return inbox_.fd() >= 0 && (settings_.broker.host.empty() || link_.start());
 }
 
 bool Client::introduce(const nx_basic_info &info) {
@@ -92,7 +90,12 @@ bool Client::upload(std::string_view kind, std::string_view data) {
 void Client::dispatch() {
     inbox_.take(batch_);
     for (const Command &command : batch_) {
-        run(command);
+        try {
+            run(command);
+        } catch (const std::bad_alloc &) {
+            say(Level::error, "out of memory; the command on %s has no response",
+                command.target.c_str());
+        }
     }
     batch_.clear();
 }

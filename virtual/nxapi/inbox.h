@@ -27,11 +27,12 @@ class Inbox {
     /** False when no more may wait; the command is then left alone. */
     bool put(Command &command) {
         const std::lock_guard guard(lock_);
-        if (commands_.size() >= most_commands || bytes_ + command.request.size() > most_bytes) {
+        const size_t bytes = bytes_ + command.request.size();
+        if (commands_.size() >= most_commands || bytes > most_bytes) {
             return false;
         }
-        bytes_ += command.request.size();
         commands_.push_back(std::move(command));
+        bytes_ = bytes;
         if (commands_.size() == 1) {
             event_.signal();
         }
