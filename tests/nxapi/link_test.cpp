@@ -170,6 +170,19 @@ TEST_F(Link, UploadsWaitForTheBrokerUpToABound) {
     EXPECT_EQ(back.last("norvex/v1/SN1/up/binding").payload, "5") << "replaced, not queued";
 }
 
+TEST(LinkToASmallBroker, TellsOfADocumentThatIsTooLargeForIt) {
+    const test::Broker broker(
+        "listener PORT 127.0.0.1\nallow_anonymous true\nmax_packet_size 400\n");
+    ::testing::internal::CaptureStderr();
+    {
+        CloudDevice device(broker, "SN1");
+        device.client.upload("up/binding", std::string(400, 'x'));
+        eventually([&] { return device.client.is_up(); });
+    }
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                ::testing::HasSubstr("a message to norvex/v1/SN1/up/binding cannot be sent"));
+}
+
 TEST_F(Link, ComesBackWithTheBroker) {
     CloudDevice device(broker, "SN1");
     device.serve(0, test::echo_command);

@@ -67,6 +67,11 @@ sigset_t foreign_signals() {
 
 using Owned = std::unique_ptr<char, decltype(&std::free)>;
 
+void say_dropped(const std::string &topic, int result) {
+    say(Level::warning, "a message to %s cannot be sent (%s); it is dropped", topic.c_str(),
+        mosquitto_strerror(result));
+}
+
 std::string response_topic_of(const mosquitto_property *properties) {
     char *text = nullptr;
     mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &text, false);
@@ -325,8 +330,7 @@ void Link::pump() {
         } else if (result == MOSQ_ERR_NOMEM) {
             return;
         } else {
-            say(Level::warning, "a message to %s cannot be sent (%s); it is dropped",
-                message->topic.c_str(), mosquitto_strerror(result));
+            say_dropped(message->topic, result);
             outbox_.refuse_next();
         }
     }
@@ -432,7 +436,10 @@ void Link::publish_kept(std::string_view below, std::string_view text) {
     int identifier = 0;
     Message message;
     message.payload = text;
-    client_.publish(topics::of_device(linked_serial_, below), message, true, identifier);
+    const std::string topic = topics::of_device(linked_serial_, below);
+    if (const int result = client_.publish(topic, message, true, identifier)) {
+        say_dropped(topic, result);
+    }
 }
 
 void Link::on_connected(int reason, const mosquitto_property *properties) {
@@ -446,18 +453,22 @@ void Link::on_connected(int reason, const mosquitto_property *properties) {
     uint16_t receive_maximum = widest_window;
     mosquitto_property_read_int16(properties, MQTT_PROP_RECEIVE_MAXIMUM, &receive_maximum, false);
     window_ = std::min(receive_maximum, widest_window);
-    state_ = State::up;
-    up_since_ = Clock::now();
-    refusal_said_ = false;
-    said_.clear();
     client_.stop_log();
     // Whoever sees the device online finds it listening: the broker takes these in order.
-    client_.subscribe(topics::of_device(linked_serial_, topics::commands) + "+/+");
+    if (const int result =
+            client_.subscribe(topics::of_device(linked_serial_, topics::commands) + "+/+")) {
+        lose(mqtt_error_text(result, errno));
+        return;
+    }
     publish_kept(topics::status, topics::online);
     publish_kept(topics::identity, identity_);
     if (binding_) {
         publish_kept(topics::binding, *binding_);
     }
+    state_ = State::up;  // not before: without memory for all this, the device tries anew
+    up_since_ = Clock::now();
+    refusal_said_ = false;
+    said_.clear();
     say(Level::notice, "connected to %s:%d as %s", settings_.broker.host.c_str(),
         settings_.broker.port, linked_serial_.c_str());
 }
