@@ -61,9 +61,12 @@ bool sample_cpu(const sys_status &status, int64_t now, int zone, cJSON *alarms) 
         return true;
     }
     const int report_time = cloud_time(now, zone);
+    if (!add_alarm(alarms, "CPU", status.cpu, report_time)) {
+        return false;
+    }
     NX_TRACE_AS("api_alarm_upload", "upload:cpuinfo: %d; usememinfo: %d, report_time:%d\n",
                 status.cpu, status.rom, report_time);
-    return add_alarm(alarms, "CPU", status.cpu, report_time);
+    return true;
 }
 
 bool sample_rom(const sys_status &status, int64_t now, int zone, cJSON *alarms) {
