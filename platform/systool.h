@@ -152,8 +152,8 @@ static_assert(offsetof(syslog_record, type) == 48, "syslog_record layout");
 static_assert(offsetof(syslog_record, event) == 52, "syslog_record layout");
 static_assert(sizeof(syslog_record) == 308, "syslog_record layout");
 
-/** Reads the system log from its `first` record on, oldest first, at most `max`
- *  records; `count` receives their number. 0: done. */
+/** Reads the system log from its `first` record on, oldest first; of more than `max`
+ *  records the newest. `count` receives their number. 0: done. */
 int file_syslog_get_lists(syslog_record *records, int first, int *count, int max);
 
 /** Levels of `log_debug_print`. */

@@ -141,8 +141,9 @@ int file_syslog_get_lists(syslog_record *records, int first, int *count, int max
     if (first < 0 || max < 0 || !(log.is_null() || log.is_array())) {
         return -1;
     }
-    const size_t begin = std::min(static_cast<size_t>(first), log.size());
-    const size_t rows = std::min(static_cast<size_t>(max), log.size() - begin);
+    const size_t wanted = log.size() - std::min(static_cast<size_t>(first), log.size());
+    const size_t rows = std::min(static_cast<size_t>(max), wanted);
+    const size_t begin = log.size() - rows;
     try {
         for (size_t i = 0; i < rows; ++i) {
             const Json &row = log[begin + i];
