@@ -1,13 +1,10 @@
 /* What runs beside the agent: the local discovery service behind "/tmp/auto.socket",
    and the watch over hardware.json, both on one thread. */
-#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -50,21 +47,14 @@ std::unique_ptr<Services> &services() {
     return one;
 }
 
-/** Listens at the device path; through its folder's descriptor, since the whole
- *  path may be longer than a socket address. */
 Descriptor listen_there() {
     const std::filesystem::path path = host_path(socket_path);
     std::error_code error;
     std::filesystem::create_directories(path.parent_path(), error);
     std::filesystem::remove(path, error);
-    const Descriptor parent(open(path.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const LocalAddress address(path);
     Descriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", parent.get(),
-             path.filename().c_str());
-    if (bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-        listen(fd.get(), 8) != 0) {
+    if (bind(fd.get(), address.get(), address.length()) != 0 || listen(fd.get(), 8) != 0) {
         fprintf(stderr, "vap: no discovery service at %s: %s\n", path.c_str(), strerror(errno));
         return Descriptor();
     }

@@ -2,7 +2,6 @@
    the folder's own `ping` and `iwconfig` with the tables that they answer from. */
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 
 #include "virtual/ap/equipment.h"
 #include "virtual/ap/files.h"
@@ -76,13 +75,7 @@ void write_when_changed(const std::filesystem::path &path, const std::string &te
     }
     std::error_code error;
     std::filesystem::create_directories(path.parent_path(), error);
-    const std::filesystem::path fresh = path.string() + ".new";
-    if (std::ofstream(fresh, std::ios::binary).write(text.data(), std::ssize(text)).flush()) {
-        std::filesystem::rename(fresh, path, error);
-    } else {
-        error = std::make_error_code(std::errc::io_error);
-    }
-    if (error) {
+    if (error || !replace_file(path, text)) {
         fprintf(stderr, "vap: %s cannot be written\n", path.c_str());
     }
 }
@@ -90,9 +83,9 @@ void write_when_changed(const std::filesystem::path &path, const std::string &te
 /** A command of the folder; one that a person has put there stays. */
 void install(const std::filesystem::path &path, const char *text) {
     namespace fs = std::filesystem;
-    if (!fs::exists(path)) {
+    std::error_code ignored;
+    if (!fs::exists(path, ignored)) {
         write_when_changed(path, text);
-        std::error_code ignored;
         fs::permissions(path, fs::perms(0755), ignored);
     }
 }

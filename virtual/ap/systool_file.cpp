@@ -2,12 +2,14 @@
  * System tools that read and write texts and files of the device, and run shell
  * commands. Every path that they take is a path of the device.
  */
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <sstream>
 #include <string>
 
 #include "platform/systool.h"
@@ -74,9 +76,9 @@ int write_text(const std::string &path, int mode, const std::string &text) {
     const std::filesystem::path file = vap::host_path(path);
     std::error_code error;
     std::filesystem::create_directories(file.parent_path(), error);
-    std::ofstream out(file, mode == FILE_CMD_APPEND ? std::ios::app : std::ios::trunc);
-    out << text << std::flush;
-    return out ? 0 : -1;
+    const int how = mode == FILE_CMD_APPEND ? O_APPEND : O_TRUNC;
+    const vap::Descriptor out(open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | how, 0644));
+    return out.get() >= 0 && vap::write_all(out.get(), text) ? 0 : -1;
 }
 
 bool plain_character(char c) {
@@ -152,7 +154,7 @@ int file_get_value_from_ini(const char *path, const char *key, char *value) {
     if (!vap::machine() || path == nullptr || key == nullptr) {
         return 0;
     }
-    std::ifstream in(vap::host_path(path));
+    std::istringstream in(vap::read_file(vap::host_path(path)).value_or(""));
     const std::string start = std::string(key) + "=";
     for (std::string line; std::getline(in, line);) {
         if (line.starts_with(start)) {
