@@ -242,8 +242,10 @@ int holymsg_publish_and_respond(const char *topic, const void *data, int length,
         return found != nullptr ? 1 : 0;
     });
     if (found == nullptr) {
-        if (const std::shared_ptr<Machine> device = machine()) {
-            device->clock.sleep_ns(answer_wait_ns);
+        if (std::shared_ptr<Machine> device = machine()) {
+            Clock &clock = device->clock;
+            device.reset();  // the sleep may outlast it
+            clock.sleep_ns(answer_wait_ns);
         }
         return result;
     }

@@ -179,7 +179,7 @@ int wifi_get_wl_mac_list(const char *ifname, void *list, int *count) {
             return 0;
         }
     }
-    return refuse("wifi_get_wl_mac_list", {text_arg(ifname)}, -1);
+    return refuse("wifi_get_wl_mac_list", Json::array({text_arg(ifname)}), -1);
 }
 
 int get_arp_ipmaclists(void *buffer, int size, int *count) {
