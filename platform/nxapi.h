@@ -131,7 +131,7 @@ int nx_api_set_basic_info(const nx_basic_info *info);
 /** Binding document (JSON); length without NUL. */
 int nx_api_bind_info_upload(const char *text, int length);
 
-/** Directory where the library stores firmware images; `path` stands at the
+/** Path of the file in which the library stores a firmware image; it stands at the
  *  start of a zero-filled buffer of `length` (256) bytes. */
 int nx_api_dir_info_set(const char *path, int length);
 
