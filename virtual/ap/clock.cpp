@@ -11,6 +11,9 @@ namespace {
  *  waits for something that never comes ends with a message, not a hang. */
 constexpr std::chrono::seconds patience{60};
 
+/** A century: where a device whose time races comes to rest. */
+constexpr double longest_uptime_ns = 3.2e18;
+
 int64_t real_epoch_ns() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::system_clock::now().time_since_epoch())
@@ -31,7 +34,7 @@ Clock::Clock(const Options &options)
 
 int64_t Clock::real_uptime_ns() const {
     const std::chrono::duration<double, std::nano> real = std::chrono::steady_clock::now() - start_;
-    return static_cast<int64_t>(real.count() * speed_);
+    return static_cast<int64_t>(std::min(real.count() * speed_, longest_uptime_ns));
 }
 
 int64_t Clock::uptime_ns() {
