@@ -1,7 +1,5 @@
 #include "tests/support/support.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -13,14 +11,6 @@
 
 namespace test {
 namespace {
-
-std::filesystem::path new_folder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "norvex-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("no temporary folder");
-    }
-    return pattern;
-}
 
 std::string argument_text(const vap::Json &argument) {
     return argument.is_string() ? argument.get<std::string>() : argument.dump();
@@ -40,13 +30,6 @@ std::string file_text(const std::filesystem::path &path) {
 }
 
 }  // namespace
-
-TempFolder::TempFolder() : path_(new_folder()) {}
-
-TempFolder::~TempFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
 
 Device::Device(const vap::NewDevice &kind) {
     vap::create_device(folder() / "ap", kind);

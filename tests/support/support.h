@@ -16,23 +16,11 @@
 #include <vector>
 
 #include "handler.h"
+#include "tests/support/temp_folder.h"
 #include "virtual/ap/vap.h"
 #include "virtual/nxapi/local.h"
 
 namespace test {
-
-/** A folder that is gone when its owner is. */
-class TempFolder {
-  public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder &) = delete;
-    TempFolder &operator=(const TempFolder &) = delete;
-    const std::filesystem::path &path() const { return path_; }
-
-  private:
-    std::filesystem::path path_;
-};
 
 class Device : public ::testing::Test {
   protected:
