@@ -81,7 +81,7 @@ void Clock::sleep_ns(int64_t ns) {
     const bool counted = thread_clock() == this;
     if (counted) {
         --working_;
-        changed_.notify_all();
+        quiet_.notify_all();
     }
     if (retired_) {
         stay_for_ever(lock);
@@ -105,7 +105,7 @@ void Clock::sleep_real(Lock &lock, int64_t ns) {
 }
 
 void Clock::wait_until_quiet(Lock &lock) {
-    if (!changed_.wait_for(lock, patience, [&] { return working_ == 0; })) {
+    if (!quiet_.wait_for(lock, patience, [&] { return working_ == 0; })) {
         fprintf(stderr, "vap: %d thread(s) of the agent neither slept nor ended within %d s\n",
                 working_, static_cast<int>(patience.count()));
         abort();
@@ -169,7 +169,7 @@ void Clock::begin_work() {
 void Clock::end_work() {
     const Lock lock(mutex_);
     --working_;
-    changed_.notify_all();
+    quiet_.notify_all();
 }
 
 void Clock::retire() {
