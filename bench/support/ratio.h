@@ -2,8 +2,8 @@
  * Benchmarks compare a piece of work with a floor that is measured in the same run:
  * the machine's speed falls out of the ratio.
  */
-#ifndef BENCH_RATIO_H
-#define BENCH_RATIO_H
+#ifndef BENCH_SUPPORT_RATIO_H
+#define BENCH_SUPPORT_RATIO_H
 
 #include <functional>
 

@@ -1,4 +1,4 @@
-#include "bench/ratio.h"
+#include "bench/support/ratio.h"
 
 #include <algorithm>
 #include <ctime>
