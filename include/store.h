@@ -13,7 +13,8 @@
 
 /** A whole value of the store. */
 struct StoreValue {
-    char text[APMIB_VALUE_MAX] = {};
+    StoreValue() { text[0] = '\0'; }  // the rest is not worth clearing for each look-up
+    char text[APMIB_VALUE_MAX];
     bool found = false;
 };
 
