@@ -14,11 +14,14 @@ namespace {
 /** A value for the caller; nonzero when the key is present. */
 int read_value(const char *op, vap::Store vap::Machine::*store, const char *key, char *value) {
     *value = '\0';
-    if (const std::optional<long> fault = vap::due_fault(op, 0)) {
+    const std::shared_ptr<vap::Machine> device = vap::machine();
+    if (!device) {
+        return 0;
+    }
+    if (const std::optional<long> fault = device->due_fault(op, 0)) {
         return static_cast<int>(*fault);
     }
-    const std::shared_ptr<vap::Machine> device = vap::machine();
-    if (!device || key == nullptr) {
+    if (key == nullptr) {
         return 0;
     }
     const vap::Inside inside;

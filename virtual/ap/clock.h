@@ -70,9 +70,9 @@ class Clock {
     std::mutex mutex_;
     std::condition_variable changed_; /**< a sleeper is woken, or the clock retired */
     std::condition_variable quiet_;   /**< a piece of work has ended */
-    int64_t epoch_ns_;      /**< the device's clock at uptime 0 */
-    int64_t manual_ns_ = 0; /**< uptime of a manual clock */
-    int working_ = 0;       /**< pieces of work under way */
+    int64_t epoch_ns_;                /**< the device's clock at uptime 0 */
+    int64_t manual_ns_ = 0;           /**< uptime of a manual clock */
+    int working_ = 0;                 /**< pieces of work under way */
     bool retired_ = false;
     std::list<Sleeper> sleepers_; /**< by deadline, then by who came first */
 };

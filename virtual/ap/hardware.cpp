@@ -67,8 +67,10 @@ Json Hardware::whole() {
 }
 
 uint32_t Hardware::generation() {
-    const std::lock_guard lock(mutex_);
-    refresh(false);
+    if (lookout_.due()) {  // every platform call asks: without the lock most times
+        const std::lock_guard lock(mutex_);
+        refresh(true);
+    }
     return generation_;
 }
 

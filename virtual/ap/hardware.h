@@ -23,7 +23,7 @@ class Hardware {
     /** Value at a JSON pointer, null when absent. */
     Json at(const std::string &pointer);
     Json whole();
-    uint32_t generation();
+    uint32_t generation(); /**< changes with the document */
 
     /** Merge patch, saved at once; throws std::runtime_error. */
     void patch(const Json &change);
@@ -38,7 +38,7 @@ class Hardware {
     FileStamp stamp_;
     Json document_;
     bool broken_ = false;
-    uint32_t generation_ = 1;
+    std::atomic<uint32_t> generation_{1};
 };
 
 }  // namespace vap

@@ -244,16 +244,17 @@ void fail(const std::string &op, int nth, int times, std::optional<long> result)
     need().faults.plan(op, nth, times, result);
 }
 
+std::optional<long> Machine::due_fault(const char *op, long failure) {
+    const Inside inside;
+    if (faults.behind(hardware.generation())) {
+        faults.follow(hardware.at("/faults"));
+    }
+    return faults.due(op, failure);
+}
+
 std::optional<long> due_fault(const char *op, long failure) {
     const std::shared_ptr<Machine> device = machine();
-    if (!device) {
-        return std::nullopt;
-    }
-    const Inside inside;
-    if (device->faults.behind(device->hardware.generation())) {
-        device->faults.follow(device->hardware.at("/faults"));
-    }
-    return device->faults.due(op, failure);
+    return device ? device->due_fault(op, failure) : std::nullopt;
 }
 
 Json bytes_arg(const void *data, size_t length) {

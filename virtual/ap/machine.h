@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -42,6 +43,9 @@ struct CounterFile {
 struct Machine {
     /** Throws std::runtime_error with a sentence when the folder is unusable. */
     Machine(const std::filesystem::path &where, const Options &how);
+
+    /** The result of a call that is planned to fail now, see `vap::due_fault`. */
+    std::optional<long> due_fault(const char *op, long failure);
 
     const std::filesystem::path folder;
     const Options options;

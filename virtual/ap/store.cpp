@@ -28,11 +28,11 @@ std::optional<Values> load(const std::filesystem::path &file, std::string &probl
 bool Lookout::due() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);  // every platform call comes by
-    const int64_t now_ms = int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-    if (now_ms < next_ms_) {
+    const auto now_ms = static_cast<uint32_t>(int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000);
+    if (now_ms - last_ms_.load(std::memory_order_relaxed) < 50) {
         return false;
     }
-    next_ms_ = now_ms + 50;
+    last_ms_.store(now_ms, std::memory_order_relaxed);
     return true;
 }
 

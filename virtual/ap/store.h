@@ -4,6 +4,7 @@
 #ifndef VIRTUAL_AP_STORE_H
 #define VIRTUAL_AP_STORE_H
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
@@ -16,14 +17,14 @@
 
 namespace vap {
 
-/** Spaces out the look at a file that others may change: true at most every
- *  50 ms of real time. */
+/** Spaces out the look at a file that others may change: true every 50 ms of real
+ *  time. Two threads at the same moment may both be told to look. */
 class Lookout {
   public:
     bool due();
 
   private:
-    int64_t next_ms_ = 0;
+    std::atomic<uint32_t> last_ms_{0};
 };
 
 class Store {
