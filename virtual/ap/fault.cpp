@@ -11,6 +11,17 @@ void Faults::plan(const std::string &op, int nth, int times, std::optional<long>
     planned_ = true;
 }
 
+bool Faults::forget() {
+    const std::lock_guard lock(mutex_);
+    bool to_come = false;
+    plans_.remove_if([&](const Plan &plan) {
+        to_come = to_come || (!plan.described && plan.times != 0);
+        return !plan.described;
+    });
+    planned_ = !plans_.empty();
+    return to_come;
+}
+
 bool Faults::behind(uint32_t generation) {
     return generation_ != generation && generation_.exchange(generation) != generation;
 }
@@ -47,7 +58,7 @@ std::optional<long> Faults::due(std::string_view op, long failure) {
     const std::lock_guard lock(mutex_);
     std::optional<long> result;
     for (Plan &plan : plans_) {
-        if (plan.op != op || plan.times == 0) {
+        if ((plan.op != op && plan.op != "*") || plan.times == 0) {
             continue;
         }
         if (plan.wait > 0) {

@@ -19,6 +19,9 @@ class Faults {
   public:
     void plan(const std::string &op, int nth, int times, std::optional<long> result);
 
+    /** Drops what `plan` planned; was some of it still to come? */
+    bool forget();
+
     /** Has the hardware description changed since this was last asked? */
     bool behind(uint32_t generation);
 

@@ -244,6 +244,10 @@ void fail(const std::string &op, int nth, int times, std::optional<long> result)
     need().faults.plan(op, nth, times, result);
 }
 
+bool forget_faults() {
+    return need().faults.forget();
+}
+
 std::optional<long> Machine::due_fault(const char *op, long failure) {
     const Inside inside;
     if (faults.behind(hardware.generation())) {

@@ -74,10 +74,13 @@ void clear_journal();
 void note(const std::string &op, Json args, Json result = nullptr);
 
 /** Makes the `nth` call from now (1: the next) of a platform function or
- *  interposed call fail, and `times` in all (-1: for ever). The failing call
+ *  interposed call ("*": of any of them) fail, and `times` in all (-1: for ever). The failing call
  *  returns the contract's failure value, or `result` where one is given. */
 void fail(const std::string &op, int nth = 1, int times = 1,
           std::optional<long> result = std::nullopt);
+
+/** Drops the faults that `fail` planned; true when one of them was still to come. */
+bool forget_faults();
 
 /** Sends a message of the topology module to its subscribers, on the bus's
  *  thread, and waits until they have returned. */

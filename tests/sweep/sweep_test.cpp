@@ -1,7 +1,11 @@
 /**
- * Every command and every upload, with each allocation of its JSON failing once:
- * nothing crashes, nothing is lost, and an answer that leaves carries its verdict.
+ * Every command and every upload, with each thing that it asks for refused once: the
+ * memory of its JSON, its own memory, each call of the device. Nothing crashes, nothing
+ * is lost, and an answer that leaves carries its verdict.
  */
+#include <functional>
+#include <optional>
+
 #include "alarm/alarm.h"
 #include "cloud/config_file.h"
 #include "cloud/identity.h"
@@ -15,6 +19,41 @@
 namespace {
 
 using ::testing::HasSubstr;
+
+int own_allocations = 0;
+int failing_own_allocation = 0; /**< 0: none */
+
+bool own_memory_ends() {
+    return failing_own_allocation > 0 && ++own_allocations == failing_own_allocation;
+}
+
+}  // namespace
+
+// The linker leads the calls of the agent's objects here.
+extern "C" {
+void *__real_malloc(size_t size);
+void *__real_calloc(size_t count, size_t size);
+void *__wrap_malloc(size_t size) {
+    return own_memory_ends() ? nullptr : __real_malloc(size);
+}
+void *__wrap_calloc(size_t count, size_t size) {
+    return own_memory_ends() ? nullptr : __real_calloc(count, size);
+}
+}
+
+namespace {
+
+size_t descriptors() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+/** Something that a run asks for again and again. */
+struct Need {
+    const char *name;
+    std::function<void(int nth)> refuse;
+    std::function<bool(int nth)> had_fewer; /**< after the run: nothing was refused */
+};
 
 class Sweep : public test::Device {
   protected:
@@ -36,6 +75,51 @@ class Sweep : public test::Device {
                 "02:57:00:00:00:01": {"band": 24, "ssid": 0, "online": 50},
                 "02:57:00:00:00:02": {"band": 5, "ssid": 0, "online": 50}}})"));
     }
+
+    /** Runs `act` with the first of its needs of each kind refused, then the second,
+     *  and so on until it has no more. `check` follows every run, with whether nothing
+     *  was refused in it. Returns how many needs of JSON memory there were. */
+    int sweep(const std::function<void()> &act, const std::function<void(bool passed)> &check) {
+        act();  // what is opened once and stays
+        const size_t open_before = descriptors();
+        int json_needs = 0;
+        for (const Need &need : needs_) {
+            bool passed = false;
+            for (int nth = 1; !passed; ++nth) {
+                SCOPED_TRACE(std::string(need.name) + " " + std::to_string(nth));
+                need.refuse(nth);
+                act();
+                passed = need.had_fewer(nth);
+                EXPECT_EQ(memory_ ? test::JsonAllocations::live() : 0, 0);
+                EXPECT_EQ(descriptors(), open_before);
+                check(passed);
+                vap::clear_journal();
+                json_needs = &need == &needs_[0] ? nth : json_needs;
+            }
+        }
+        memory_.reset();
+        return json_needs;
+    }
+
+  private:
+    std::optional<test::JsonAllocations> memory_;
+    const Need needs_[3] = {
+        {"JSON memory", [this](int nth) { memory_.emplace(nth); },
+         [](int nth) { return test::JsonAllocations::made() < nth; }},
+        {"own memory",
+         [this](int nth) {
+             memory_.reset();  // its own would count
+             own_allocations = 0;
+             failing_own_allocation = nth;
+         },
+         [](int) { return own_allocations < std::exchange(failing_own_allocation, 0); }},
+        {"call of the device",
+         [this](int nth) {
+             memory_.emplace(0);
+             vap::fail("*", nth);
+         },
+         [](int) { return vap::forget_faults(); }},
+    };
 };
 
 struct Command {
@@ -79,11 +163,11 @@ constexpr Command commands[] = {
     {"wlan", 3, "", 100},
 };
 
-TEST_F(Sweep, CommandsLoseNothingWhenAnAllocationFails) {
+TEST_F(Sweep, CommandsLoseNothingWhenSomethingFails) {
     for (const Command &row : commands) {
         SCOPED_TRACE(std::string(row.family) + "/" + std::to_string(row.slot));
         nxapi::Answer answer;
-        const int runs = test::fail_each_allocation(
+        const int runs = sweep(
             [&] {
                 answer = nxapi::call(row.family, row.slot, row.request);
                 vap::advance(60);  // worker threads come to their end
@@ -94,13 +178,12 @@ TEST_F(Sweep, CommandsLoseNothingWhenAnAllocationFails) {
                     EXPECT_THAT(*answer.response, HasSubstr("resp_code"));
                 }
                 EXPECT_TRUE(!passed || answer.response);
-                vap::clear_journal();
             });
         EXPECT_GE(runs, row.allocations);
     }
 }
 
-TEST_F(Sweep, UploadsLoseNothingWhenAnAllocationFails) {
+TEST_F(Sweep, UploadsLoseNothingWhenSomethingFails) {
     struct Upload {
         const char *name;
         int (*make)();
@@ -111,20 +194,17 @@ TEST_F(Sweep, UploadsLoseNothingWhenAnAllocationFails) {
         {"configuration", norvex_config_upload, 0},
         {"configuration request", request_config_upload, 0},
         {"alarm", api_alarm_upload, 601},
+        {"system log", sys_log_upload, 0},
     };
     for (const Upload &row : rows) {
         SCOPED_TRACE(row.name);
         int result = 0;
-        test::fail_each_allocation(
+        sweep(
             [&] {
                 vap::advance(row.pause);
                 result = row.make();
             },
-            [&](bool passed) {
-                if (passed) {
-                    EXPECT_EQ(result, 0);
-                }
-            });
+            [&](bool passed) { EXPECT_TRUE(!passed || result == 0) << result; });
     }
 }
 
