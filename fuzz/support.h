@@ -14,19 +14,32 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 namespace fuzz {
 
-/** Opens the device at the first call; afterwards only forgets the journal. */
+/** The device as it is at the start of each input: opened at the first call,
+ *  afterwards its configuration is put back and its journal emptied. */
 void device();
 
-/** Input as a text that ends at its first NUL byte, as every reader of a
- *  C text sees it. */
+/** The input as a text that ends at its first NUL byte, as every reader of a C text
+ *  sees it. */
 std::string text_of(const uint8_t *data, size_t size);
 
-/** Writes the input as the file at a device path ("/tmp/file_topo"). */
-void write_file(const char *device_path, const uint8_t *data, size_t size);
+/** An input whose first line says what the rest is for. */
+struct Input {
+    std::string head;
+    std::string body;
+};
+Input input_of(const uint8_t *data, size_t size);
 
-/** Runs a command through its registered slot, and lets the worker threads that
- *  it may have started come to their end. */
-void command(const std::string &family, int slot, const std::string &request);
+/** Runs the command in a slot, "wlan/0", and lets the worker threads that it may have
+ *  started come to their end. Ends the process when the answer is no whole one. A
+ *  name without a slot does nothing. */
+void command(const std::string &name, const std::string &request = "");
+
+/** Writes a file at a device path ("/tmp/file_topo"), which lasts until the next
+ *  input for it. */
+void write_file(const std::string &device_path, const std::string &text);
+
+/** What every shell command prints during this input; no shell is started. */
+void shell_prints(const std::string &text);
 
 }  // namespace fuzz
 
