@@ -21,7 +21,8 @@ class Inbox {
     static constexpr size_t most_commands = 256;
     static constexpr size_t most_bytes = 4 << 20;
 
-    /** Readable while commands wait; -1 when there is no descriptor. */
+    /** Readable from `announce` until the commands are taken; -1 when there is no
+     *  descriptor. */
     int fd() const { return event_.fd(); }
 
     /** False when no more may wait; the command is then left alone. */
@@ -33,24 +34,36 @@ class Inbox {
         }
         commands_.push_back(std::move(command));
         bytes_ = bytes;
-        if (commands_.size() == 1) {
+        return true;
+    }
+
+    /** Calls the main thread when commands wait. It may run at once, so the caller
+     *  holds no lock that it would wait for. */
+    void announce() {
+        if (is_to_announce()) {
             event_.signal();
         }
-        return true;
     }
 
     /** Exchanges what waits for the empty `commands`. */
     void take(std::vector<Command> &commands) {
         const std::lock_guard guard(lock_);
         event_.clear();
+        announced_ = false;
         bytes_ = 0;
         commands_.swap(commands);
     }
 
   private:
+    bool is_to_announce() {
+        const std::lock_guard guard(lock_);
+        return !commands_.empty() && !std::exchange(announced_, true);
+    }
+
     std::mutex lock_;
     std::vector<Command> commands_;
     size_t bytes_ = 0;
+    bool announced_ = false;
     Event event_;
 };
 

@@ -197,6 +197,7 @@ void Link::run() {
                 }
                 lose(std::strerror(ENOMEM));
             }
+            inbox_.announce();
             sum_up();
         }
         rest(held);
@@ -231,6 +232,7 @@ void Link::serve(Held &held) {
         pollfd fds[] = {{client_.socket(), wanted_events(), 0}, {wake_.fd(), POLLIN, 0}};
         const int timeout = wait_ms();
         held.unlock();
+        inbox_.announce();
         const int ready = poll(fds, 2, timeout);
         held.lock();
         if (ready > 0 && fds[1].revents != 0) {
