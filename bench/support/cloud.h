@@ -73,6 +73,9 @@ class Cloud {
      *  `ms` at most. Throws when an answer is none. */
     std::vector<std::string> answers(int ms);
 
+    /** Reads for as long as acknowledgements may still come. */
+    void drain();
+
     /** Sends a command and waits for its answer: the time, seconds. */
     double round_trip(const Subject &subject);
 
