@@ -3,6 +3,7 @@
 #include <cjson/cJSON.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -48,6 +49,21 @@ std::string printed = ping_output;
     abort();
 }
 
+/** Uploads that are JSON documents. */
+constexpr const char *documents[] = {"nx_api_bind_info_upload", "nx_api_manage_info_upload",
+                                     "nx_api_alarm_upload",     "nx_api_sys_log_upload",
+                                     "nx_api_net_check_back",   "nx_api_radio_optimiza_back",
+                                     "dev_upgrade_notice"};
+
+/** Takes what the agent uploads, as the cloud does. */
+int take(const nxapi::Upload &upload) {
+    const bool is_document = std::ranges::find(documents, upload.call) != std::end(documents);
+    if (is_document && !Json(cJSON_Parse(upload.data.c_str()))) {
+        fail(upload.call, "an upload that is no JSON");
+    }
+    return 0;
+}
+
 /** A folder in memory where there is one: the target writes to it all the time. */
 class Device {
   public:
@@ -69,7 +85,7 @@ class Device {
         // Both work, without the shell and the file that would take most of the time.
         vap::fail("doSystemCmd", 1, -1, 0);
         vap::fail("CommitCfm", 1, -1, 1);
-        nxapi::begin_local([](const nxapi::Upload &) { return 0; });
+        nxapi::begin_local(take);
         cloud_api();
         dev_api();
         net_api();
