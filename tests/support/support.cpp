@@ -38,6 +38,9 @@ Device::Device(const vap::NewDevice &kind) {
         vap::note(upload.call, vap::Json::array({upload.data}));
         const std::lock_guard lock(mutex_);
         uploads_.push_back(upload);
+        if (until_refusal_ > 0 && --until_refusal_ == 0) {
+            return -1;
+        }
         const auto refused =
             std::ranges::find(refused_, upload.call, &std::pair<std::string, int>::first);
         return refused == refused_.end() ? 0 : refused->second;

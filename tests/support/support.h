@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <mutex>
@@ -54,6 +55,12 @@ class Device : public ::testing::Test {
     /** Makes every upload of this name give this result (-1: refused). */
     void refuse(const std::string &name, int result = -1);
 
+    /** Makes the nth upload from now (1: the next) be refused, whatever its name. */
+    void refuse_upload(int nth) { until_refusal_ = nth; }
+
+    /** Plans no refusal any more; true when one was still to come. */
+    bool forget_refusal() { return until_refusal_.exchange(0) > 0; }
+
     /** Writes a file at a device path ("/etc/lan.ini"). */
     void write_file(const std::string &device_path, const std::string &text);
     std::string read_file(const std::string &device_path);
@@ -68,6 +75,7 @@ class Device : public ::testing::Test {
     std::mutex mutex_;
     std::vector<nxapi::Upload> uploads_;
     std::vector<std::pair<std::string, int>> refused_;
+    std::atomic<int> until_refusal_ = 0;
 };
 
 /** While it lives, the nth allocation of cJSON from its start (1: the first)
