@@ -1,7 +1,6 @@
 /* Many devices on one broker, beside as many echoes. */
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,17 +19,6 @@ struct Figures {
     double answers_per_second = 0;
     size_t lost = 0; /**< processes that ended */
 };
-
-double memory_of(pid_t process) {
-    std::ifstream rollup("/proc/" + std::to_string(process) + "/smaps_rollup");
-    for (std::string word; rollup >> word;) {
-        if (word == "Pss:") {
-            rollup >> word;
-            return std::stod(word) * 1024;
-        }
-    }
-    return 0;
-}
 
 /** Answers a second while each device always has one command to answer. */
 double rate(bench::Cloud &cloud, const std::vector<std::unique_ptr<Subject>> &fleet,
@@ -70,7 +58,7 @@ Figures run(Kind kind, size_t count) {
     cloud.wait_until_quiet();
     std::vector<double> memory;
     for (const auto &subject : fleet) {
-        memory.push_back(memory_of(subject->pid()));
+        memory.push_back(subject->memory("Pss"));
     }
     std::ranges::nth_element(memory, memory.begin() + static_cast<std::ptrdiff_t>(count / 2));
     figures.memory = memory[count / 2];

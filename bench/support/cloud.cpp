@@ -53,6 +53,17 @@ void Subject::start() {
     process_ = std::make_unique<test::Child>(words_, folder_.string() + ".log");
 }
 
+double Subject::memory(const std::string &kind) const {
+    std::ifstream rollup("/proc/" + std::to_string(pid()) + "/smaps_rollup");
+    for (std::string word; rollup >> word;) {
+        if (word == kind + ":") {
+            rollup >> word;
+            return std::stod(word) * 1024;
+        }
+    }
+    return 0;
+}
+
 Cloud::Cloud(const test::Broker &broker)
     : statuses_(broker, {}, "norvex/v1/+/status"),
       responses_(broker, {}, "norvex/v1/+/rsp/+/+"),

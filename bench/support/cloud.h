@@ -32,11 +32,16 @@ class Subject {
     void configure(const std::string &key, const std::string &value) const;
 
     void start();
-    void stop() { process_.reset(); }
+    void stop(int signal = SIGKILL) { process_->end(signal); }
     pid_t pid() const { return process_->pid(); }
     bool is_running() const { return process_ != nullptr && process_->is_running(); }
 
     const std::string &serial() const { return serial_; }
+    const std::filesystem::path &folder() const { return folder_; }
+
+    /** Memory of its process, bytes: "Pss" with its share of the libraries, "Anonymous"
+     *  without any. 0 when it has ended. */
+    double memory(const std::string &kind) const;
 
     /** Topic of a command that does nothing, and of its response. */
     std::string command_topic() const { return topic("cmd/net/1"); }

@@ -101,18 +101,26 @@ class Child {
 
     pid_t pid() const { return pid_; }
 
-    bool is_running() { return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0; }
-
-    void end(int signal) {
-        if (pid_ > 0) {
-            kill(pid_, signal);
-            waitpid(pid_, nullptr, 0);
+    bool is_running() {
+        if (pid_ > 0 && waitpid(pid_, &status_, WNOHANG) != 0) {
             pid_ = -1;
         }
+        return pid_ > 0;
+    }
+
+    /** Ends it unless it has ended; its status as `waitpid` tells it. */
+    int end(int signal) {
+        if (pid_ > 0) {
+            kill(pid_, signal);
+            waitpid(pid_, &status_, 0);
+            pid_ = -1;
+        }
+        return status_;
     }
 
   private:
     pid_t pid_ = -1;
+    int status_ = 0;
 };
 
 class Broker {
