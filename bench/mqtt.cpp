@@ -1,15 +1,9 @@
 /* A command's way from the cloud to the agent and back, beside an echo's on the same
  * broker. */
-#include <fcntl.h>
 #include <sched.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "bench/support/cloud.h"
@@ -22,7 +16,7 @@ using bench::Kind;
 using bench::Subject;
 
 /** Fresh programs for each round: where the system places them stays for long. */
-constexpr int rounds = 5;
+constexpr int rounds = 8;
 constexpr int trips = 1500;
 constexpr int warm_up = 100;
 
@@ -44,42 +38,19 @@ class OneCore {
     cpu_set_t before_{};
 };
 
-/** While it lives, no core falls asleep: on a virtual machine it takes the host to wake
- *  one, which costs more than all that is measured here. */
-class Awake {
-  public:
-    Awake() {
-        for (unsigned core = 0; core < std::thread::hardware_concurrency(); ++core) {
-            spinners_.emplace_back([core](const std::stop_token &stop) {
-                cpu_set_t own;
-                CPU_ZERO(&own);
-                CPU_SET(core, &own);
-                sched_setaffinity(0, sizeof own, &own);
-                const sched_param none{};
-                sched_setscheduler(0, SCHED_IDLE, &none);  // gives way to everybody
-                while (!stop.stop_requested()) {
-                }
-            });
-        }
-    }
-
-  private:
-    std::vector<std::jthread> spinners_;
-};
-
 /** The agent and the echo on a broker of their own. */
 struct Pair {
-    test::Broker broker;
-    test::TempFolder folder;
-    Cloud cloud{broker};
-    Subject agent{Kind::agent, "AGENT1", broker, folder.path()};
-    Subject echo{Kind::echo, "ECHO1", broker, folder.path()};
-
-    Pair() {
+    explicit Pair(Kind kind_of_echo) : echo(kind_of_echo, "ECHO1", broker, folder.path()) {
         agent.start();
         echo.start();
         cloud.wait_until_online(2, test::patience);
     }
+
+    test::Broker broker;
+    test::TempFolder folder;
+    Cloud cloud{broker};
+    Subject agent{Kind::agent, "AGENT1", broker, folder.path()};
+    Subject echo;
 };
 
 double quantile(std::vector<double> &values, double share) {
@@ -97,8 +68,8 @@ struct Times {
 
 /** Makes trips in turns. Between two the acknowledgements of the one before run out,
  *  which would else be the other's burden. */
-void make_trips(Times &times) {
-    Pair pair;
+void make_trips(Kind kind_of_echo, Times &times) {
+    Pair pair(kind_of_echo);
     const auto trip = [&](const Subject &subject) {
         pair.cloud.drain();
         return pair.cloud.round_trip(subject);
@@ -113,36 +84,11 @@ void make_trips(Times &times) {
     }
 }
 
-/** Median time from a thread's call of another one that waits to that one's start. */
-double wake_up() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        throw std::runtime_error("no pipe");
-    }
-    std::atomic<bench::Clock::time_point> called;
-    std::vector<double> times;
-    std::jthread other([&] {
-        for (char call; read(ends[0], &call, 1) == 1;) {
-            times.push_back(bench::seconds_since(called));
-        }
-        close(ends[0]);
-    });
-    for (int i = 0; i < trips; ++i) {
-        for (const auto start = bench::Clock::now(); bench::seconds_since(start) < 100e-6;) {
-            sched_yield();
-        }
-        called = bench::Clock::now();
-        [[maybe_unused]] const ssize_t written = write(ends[1], "", 1);
-    }
-    close(ends[1]);
-    other.join();
-    return quantile(times, 0.5);
-}
-
-void round_trips(const std::string &where, bench::Goal goal, bench::Table &table) {
+void round_trips(const std::string &where, Kind kind_of_echo, bench::Goal goal,
+                 bench::Table &table) {
     Times times;
     for (int i = 0; i < rounds; ++i) {
-        make_trips(times);
+        make_trips(kind_of_echo, times);
     }
     for (const auto &[name, share] :
          {std::pair("median", 0.5), std::pair("99th percentile", 0.99)}) {
@@ -175,7 +121,7 @@ double rate(Cloud &cloud, const Subject &subject, std::chrono::milliseconds dura
 }
 
 void sustained(const std::string &where, bench::Table &table) {
-    Pair pair;
+    Pair pair(Kind::echo);
     std::vector<double> agent;
     std::vector<double> echo;
     for (int i = 0; i < 10; ++i) {
@@ -196,18 +142,12 @@ int main() {
     const bench::Goal goal = bench::ratio_at_most(1.15);
     {
         const OneCore pinned;
-        round_trips("one core", goal, table);
+        round_trips("one core", Kind::echo, goal, table);
         sustained("one core", table);
     }
-    round_trips("free", {}, table);
-    const double asleep = wake_up();
+    round_trips("free", Kind::echo, {}, table);
+    table.note("the agent calls its main thread, often on another core; the echo has one thread");
+    round_trips("free, two threads", Kind::echo_of_two_threads, goal, table);
     sustained("free", table);
-    const Awake awake;
-    round_trips("free, cores awake", goal, table);
-    char text[160];
-    snprintf(text, sizeof text,
-             "the agent calls a second thread, the echo has none: %.0f us, %.0f us where cores sleep",
-             wake_up() * 1e6, asleep * 1e6);
-    table.note(text);
     return table.status();
 }

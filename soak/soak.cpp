@@ -72,7 +72,8 @@ class Life {
     Sample sample() {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         const std::string process = "/proc/" + std::to_string(agent_.pid());
-        const Sample now{agent_.memory("Anonymous"), entries(process + "/fd"), entries(process + "/task")};
+        const Sample now{agent_.memory("Anonymous"), entries(process + "/fd"),
+                         entries(process + "/task")};
         printf("%6.2f d  %7d answers  %6.0f KiB  %3ld fds  %2ld threads\n", days(), answers_,
                now.memory / 1024, now.descriptors, now.threads);
         return now;

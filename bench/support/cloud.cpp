@@ -41,6 +41,9 @@ Subject::Subject(Kind kind, const std::string &serial, const test::Broker &broke
         words_ = {programs + "norvex"};
     } else {
         words_ = {programs + "bench_echo", std::to_string(broker.port()), serial};
+        if (kind == Kind::echo_of_two_threads) {
+            words_.push_back("--two-threads");
+        }
     }
 }
 

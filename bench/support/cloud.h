@@ -19,7 +19,9 @@ inline double seconds_since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-enum class Kind { agent, echo };
+/** An echo works in one thread, or like the agent in its main thread while the network
+ *  has another. */
+enum class Kind { agent, echo, echo_of_two_threads };
 
 /** One device; its process runs from `start` to the end of the subject. */
 class Subject {

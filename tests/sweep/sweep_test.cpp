@@ -104,9 +104,10 @@ class Sweep : public test::Device {
         act();  // what is opened once and stays
         size_t open = descriptors();
         std::map<Need, int> runs;
-        for (const auto &[need, name] :
-             {std::pair(Need::json_memory, "JSON memory "), {Need::own_memory, "own memory "},
-              {Need::device_call, "call of the device "}, {Need::upload, "upload "}}) {
+        for (const auto &[need, name] : {std::pair(Need::json_memory, "JSON memory "),
+                                         {Need::own_memory, "own memory "},
+                                         {Need::device_call, "call of the device "},
+                                         {Need::upload, "upload "}}) {
             bool passed = false;
             while (!passed) {
                 SCOPED_TRACE(name + std::to_string(++runs[need]));

@@ -93,7 +93,8 @@ void refresh(State &all) {
 }
 
 template <typename Records, typename Key>
-auto find_record(const Records &records, Key key, auto member) -> const typename Records::value_type * {
+auto find_record(const Records &records, Key key, auto member) -> const
+    typename Records::value_type * {
     const auto found = std::ranges::find(records, key, member);
     return found == records.end() ? nullptr : &*found;
 }
