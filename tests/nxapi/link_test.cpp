@@ -32,6 +32,13 @@ class Link : public ::testing::Test {
         return until({&device}, [&] { return console.on(topic).size() >= count; });
     }
 
+    /** Of a device that comes back after a console of the new broker. */
+    nxapi::Settings unhurried() const {
+        nxapi::Settings settings = test::settings_for(broker);
+        settings.retry_ms = 3000;
+        return settings;
+    }
+
     test::Broker broker;
     Console console{broker};
 };
@@ -150,10 +157,9 @@ TEST_F(Link, RetainedCommandsAreDropped) {
 
 TEST_F(Link, UploadsWaitForTheBrokerUpToABound) {
     broker.stop();
-    nxapi::Settings settings = test::settings_for(broker);
+    nxapi::Settings settings = unhurried();
     settings.queue_messages = 3;
     settings.queue_bytes = 1024;
-    settings.retry_ms = 1500;  // the console is there first
     CloudDevice device(settings, "SN1");
     for (const char *text : {"1", "2", "3", "4", "5"}) {
         EXPECT_TRUE(device.client.upload("up/alarm", text));
@@ -184,7 +190,7 @@ TEST(LinkToASmallBroker, TellsOfADocumentThatIsTooLargeForIt) {
 }
 
 TEST_F(Link, ComesBackWithTheBroker) {
-    CloudDevice device(broker, "SN1");
+    CloudDevice device(unhurried(), "SN1");
     device.serve(0, test::echo_command);
     ASSERT_TRUE(until_on(device, "norvex/v1/SN1/up/identity"));
     device.client.upload("up/binding", "bound");
