@@ -13,10 +13,10 @@
 #include "bench/support/table.h"
 #include "core/cloud_api.h"
 #include "net/net_api.h"
+#include "nxapi/local.h"
+#include "nxapi/registry.h"
 #include "ops/nx_dev_api.h"
-#include "virtual/ap/vap.h"
-#include "virtual/nxapi/local.h"
-#include "virtual/nxapi/registry.h"
+#include "virtual/vap.h"
 #include "wireless/wireless_api.h"
 
 namespace {

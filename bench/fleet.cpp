@@ -92,7 +92,8 @@ int main(int argument_count, char **arguments) {
     table.add({.what = devices + "answers",
                .unit = bench::Unit::per_second,
                .norvex = agents.answers_per_second,
-               .floor = echoes.answers_per_second});
+               .floor = echoes.answers_per_second,
+               .goal = bench::ratio_at_least(0.95)});
     table.add({.what = devices + "processes lost",
                .unit = bench::Unit::count,
                .norvex = static_cast<double>(agents.lost),

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "bench/support/table.h"
+#include "paths.h"
 #include "tests/support/temp_folder.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include "bench/support/ratio.h"
 #include "bench/support/table.h"
 #include "report/uploads.h"
-#include "virtual/ap/vap.h"
+#include "virtual/vap.h"
 
 namespace {
 

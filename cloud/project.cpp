@@ -42,10 +42,9 @@ constexpr std::array unbound_settings{
 };
 
 bool joins_new_project(int project_id) {
-    const StoreValue current = store_get("nx.project.id");
     char wanted[16];
     snprintf(wanted, sizeof wanted, "%d", project_id);
-    return !current.found || strcmp(current.text, wanted) != 0;
+    return strcmp(store_get("nx.project.id").text, wanted) != 0;
 }
 
 }  // namespace

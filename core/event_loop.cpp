@@ -21,9 +21,12 @@ std::array<pollfd, limits::poll_items> watched;
 std::array<poll_item *, limits::poll_items> dispatch;
 size_t watched_count = 0;
 
-// A removed item carries these, so that a use after removal shows.
-poll_link *const poison_next = reinterpret_cast<poll_link *>(1);
-poll_link *const poison_prev = reinterpret_cast<poll_link *>(2);
+/** Lets a use after removal show. A compiler leaves out what is written to memory that is
+ *  freed next, unless it is volatile. */
+void poison(volatile poll_link *link) {
+    link->next = reinterpret_cast<poll_link *>(1);
+    link->prev = reinterpret_cast<poll_link *>(2);
+}
 
 void collect() {
     watched_count = 0;
@@ -74,8 +77,7 @@ int stop_poll_fn(void *handle) {
     }
     item->next->prev = item->prev;
     item->prev->next = item->next;
-    item->next = poison_next;
-    item->prev = poison_prev;
+    poison(item);
     std::replace(dispatch.begin(), dispatch.begin() + watched_count, item,
                  static_cast<poll_item *>(nullptr));
     --item_count;

@@ -20,7 +20,7 @@
 #include "report/dev_status.h"
 #include "topo/discovery.h"
 #include "topo/iwconfig.h"
-#include "virtual/ap/device.h"
+#include "virtual/device/device.h"
 
 namespace {
 

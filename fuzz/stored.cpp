@@ -11,7 +11,7 @@
 #include "platform/apmib.h"
 #include "topo/daemons.h"
 #include "topo/server.h"
-#include "virtual/ap/values.h"
+#include "virtual/folder/values.h"
 
 namespace {
 

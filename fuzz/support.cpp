@@ -13,9 +13,9 @@
 #include "include/json.h"
 #include "include/trace.h"
 #include "net/net_api.h"
+#include "nxapi/local.h"
 #include "ops/nx_dev_api.h"
-#include "virtual/ap/machine.h"
-#include "virtual/nxapi/local.h"
+#include "virtual/device/machine.h"
 #include "wireless/wireless_api.h"
 
 namespace fuzz {

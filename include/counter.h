@@ -18,8 +18,8 @@ constexpr uint64_t gain_per_second(uint64_t gain, int32_t seconds) {
 }
 
 /** Bytes a second as kbit/s, in whole kibibytes: 1023 bytes are none. */
-constexpr int kbit_per_second(uint64_t bytes_per_second) {
-    return static_cast<int>((bytes_per_second >> 10) * 8);
+constexpr uint64_t kbit_per_second(uint64_t bytes_per_second) {
+    return (bytes_per_second >> 10) * 8;
 }
 
 #endif

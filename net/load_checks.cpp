@@ -5,12 +5,12 @@
 
 #include "band.h"
 #include "file.h"
+#include "measure/rates.h"
+#include "measure/user_count.h"
 #include "net/ap_param.h"
 #include "net/check_record.h"
-#include "net/samplers.h"
 #include "pipe.h"
 #include "platform/wifi.h"
-#include "report/clients.h"
 #include "store.h"
 #include "trace.h"
 

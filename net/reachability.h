@@ -19,7 +19,9 @@ struct PingRequest {
 
 /** Runs the ping tool and keeps the first `size` - 1 bytes of what it prints,
  *  errors included; `output` is always terminated then. 0: it ran, whatever came
- *  of it; 1: no safe host (announced on standard output), or it did not start. */
+ *  of it; 1: no safe host, a command of more than 255 bytes (which would lose its count
+ *  when cut, and ping for ever), or it did not start, each announced on standard
+ *  output. */
 int cmd_get_ping_output(const PingRequest *request, char *output, size_t size);
 
 /** What the output of a ping tells. */

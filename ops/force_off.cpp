@@ -33,8 +33,8 @@ bool kick_off(const char *mac, ReleaseBlock &block) {
 
 }  // namespace
 
-/** Throws stations out, in the order of the request's array, up to the first
- *  that is not associated; all are let in again five seconds later. A station
+/** Throws stations out, in the order of the request, which is an array, up to the
+ *  first that is not associated; all are let in again five seconds later. A station
  *  that could not be entered for that is not thrown out. */
 int force_off(cJSON *request, cJSON *) {
     if (get_sky_mode() == sky_mode::local) {
@@ -46,16 +46,10 @@ int force_off(cJSON *request, cJSON *) {
         return -1;
     }
     const int32_t &count = block->front().count;
-    const int size = cJSON_GetArraySize(request);
-    for (int i = 0; i < size && count < static_cast<int>(release_records); ++i) {
-        const cJSON *station = cJSON_GetArrayItem(request, i);
-        if (station == nullptr) {
-            NX_TRACE("the cJSON_GetArrayItem err!\n");
-            continue;
-        }
-        if (!kick_off(cJSON_GetObjectStringValue(station, "mac", " "), *block)) {
-            break;
-        }
+    const cJSON *station = cJSON_IsArray(request) ? request->child : nullptr;
+    while (station != nullptr && count < static_cast<int>(release_records) &&
+           kick_off(cJSON_GetObjectStringValue(station, "mac", " "), *block)) {
+        station = station->next;
     }
     if (count == 0) {
         return 0;

@@ -254,19 +254,6 @@ bool append_slot(cJSON *array, const ClientReport &report, const ClientSlot &slo
 
 }  // namespace
 
-int user_num_get(int *count) {
-    for (const Band &band : bands) {
-        if (radio_enabled(band)) {
-            std::array<uint8_t, WIFI_MAC_LIST_SIZE> list;
-            int stations = 0;
-            wifi_get_wl_mac_list(get_eth_name(band.eth_index), list.data(), &stations);
-            *count += stations;
-        }
-    }
-    NX_TRACE("client num = %d\n", *count);
-    return 0;
-}
-
 int user_list_get(cJSON *array) {
     const auto uptime = static_cast<int32_t>(system_get_uptime());
     const int32_t elapsed = uptime - snapshot.uptime;

@@ -6,9 +6,6 @@
 
 #include <cjson/cJSON.h>
 
-/** Adds the number of associated stations to `count`. Any thread. */
-int user_num_get(int *count);
-
 /** Appends one object for each station, with traffic and rates since the call
  *  before. 0; -1: out of memory; above 0: no room for the ARP table. Main thread
  *  only: it keeps the stations of the call before. */

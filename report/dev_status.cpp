@@ -9,10 +9,10 @@
 #include "file.h"
 #include "json.h"
 #include "mac.h"
+#include "measure/rates.h"
+#include "measure/user_count.h"
 #include "model.h"
-#include "net/samplers.h"
 #include "platform/systool.h"
-#include "report/clients.h"
 #include "report/decimal.h"
 #include "report/radio.h"
 #include "store.h"
@@ -176,8 +176,8 @@ int run_status_get(cJSON *object) {
     front_dev_get(json_add_object(object, "front_dev"));
     // The cloud takes what the uplink transmits as the rate down, what it receives as
     // the rate up.
-    int tx_rate = 0;
-    int rx_rate = 0;
+    uint64_t tx_rate = 0;
+    uint64_t rx_rate = 0;
     get_eth0_cur_rate(&tx_rate, &rx_rate);
     json_add_decimal(object, "down_rate", static_cast<float>(tx_rate));
     json_add_decimal(object, "up_rate", static_cast<float>(rx_rate));

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "json.h"
+#include "measure/user_count.h"
 #include "report/clients.h"
 #include "report/config_report.h"
 #include "report/uploads.h"

@@ -8,6 +8,8 @@
 #include <random>
 
 #include "bench/support/cloud.h"
+#include "paths.h"
+#include "soak/brokers.h"
 #include "tests/support/power_cut.h"
 
 namespace {
@@ -243,22 +245,26 @@ int main(int count, char **arguments) {
     CLI::App app("A long life under load, and power cuts");
     double days = 7;
     int kills = 300;
+    int devices = 200;
     unsigned seed = std::random_device()();
     app.add_option("--days", days, "Days of the device")->check(CLI::NonNegativeNumber);
     app.add_option("--kills", kills, "Power cuts")->check(CLI::NonNegativeNumber);
+    app.add_option("--devices", devices, "Devices on several brokers")
+        ->check(CLI::NonNegativeNumber);
     app.add_option("--seed", seed, "Of all that happens by chance");
     CLI11_PARSE(app, count, arguments);
 
     setvbuf(stdout, nullptr, _IOLBF, 0);  // a child that starts inherits no text
     printf("seed %u\n", seed);
     Random random(seed);
-    setenv("VAP_SPEED", std::to_string(speed).c_str(), 1);
-    // The freed memory that the C library keeps for each thread grows for days.
-    setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0", 1);
     try {
+        const bool spread = devices == 0 || soak::outlive_brokers(devices);
+        setenv("VAP_SPEED", std::to_string(speed).c_str(), 1);
+        // The freed memory that the C library keeps for each thread grows for days.
+        setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0", 1);
         const bool lived = days == 0 || live(days, random);
-        const bool whole = cut_power(kills, random);
-        return lived && whole ? 0 : 1;
+        const bool whole = kills == 0 || cut_power(kills, random);
+        return spread && lived && whole ? 0 : 1;
     } catch (const std::exception &error) {
         fprintf(stderr, "soak: %s\n", error.what());
         return 1;

@@ -1,41 +1,20 @@
 /**
- * The commands of the agent by their handlers' names.
+ * What an agent understands and sends: the catalogue of tools/commands.json, which is
+ * part of the program.
  */
 #ifndef TOOLS_NXCTL_COMMANDS_H
 #define TOOLS_NXCTL_COMMANDS_H
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/nxapi.h"
+#include "tools/nxctl_json.h"
 
 namespace nxctl {
-
-struct NamedCommand {
-    std::string_view family;
-    size_t slot;
-    std::string_view name;
-};
-
-inline constexpr auto commands = std::to_array<NamedCommand>({
-    {"cloud", 0, "add_router_to_prj"}, {"cloud", 1, "del_router_from_prj"},
-    {"cloud", 2, "config_sync"},       {"cloud", 3, "server_status"},
-    {"cloud", 4, "app_open_cloud"},    {"dev", 0, "status_upload"},
-    {"dev", 1, "statistic_upload"},    {"dev", 2, "config_upload"},
-    {"dev", 3, "timestamp_download"},  {"dev", 4, "server_config_download"},
-    {"dev", 5, "reboot_download"},     {"dev", 6, "auto_maint"},
-    {"dev", 7, "force_off"},           {"dev", 8, "nx_upgrade"},
-    {"dev", 9, "nx_restore"},          {"dev", 19, "topo_info"},
-    {"dev", 20, "server_info"},        {"dev", 23, "dev_locate"},
-    {"dev", 24, "dev_local_upgrade"},  {"dev", 26, "dev_config_copy_upload"},
-    {"net", 0, "basic_set"},           {"net", 1, "basic_get"},
-    {"net", 2, "route_set"},           {"net", 3, "port_fwd_set"},
-    {"net", 4, "net_check"},           {"net", 5, "lan_set"},
-    {"wlan", 0, "wlan_config_set"},    {"wlan", 1, "radio_opt_set"},
-    {"wlan", 2, "radio_config_set"},   {"wlan", 3, "radio_optimiza_upload"},
-});
 
 struct FamilySize {
     std::string_view name;
@@ -49,16 +28,65 @@ inline constexpr auto families = std::to_array<FamilySize>({
     {"wlan", NX_WLAN_SLOTS},
 });
 
-/** Slots of a family; 0 for an unknown one. */
-constexpr size_t slots_of(std::string_view family) {
-    const auto found = std::ranges::find(families, family, &FamilySize::name);
-    return found == families.end() ? 0 : found->slots;
-}
+/** The uploads whose first ends an order, and the seconds in which it ought to come. */
+struct Completion {
+    std::vector<std::string> uploads;
+    double seconds = 0;
+};
 
-static_assert(std::ranges::all_of(commands, [](const NamedCommand &row) {
-    return row.slot < slots_of(row.family) &&
-           std::ranges::count(commands, row.name, &NamedCommand::name) == 1;
-}));
+struct Command {
+    std::string family;
+    size_t slot = 0;
+    std::string name; /**< of the agent's handler */
+    std::string does;
+    std::string fails_when; /**< it answers -1; empty where only memory can be short */
+    bool refused_when_local = false;
+    Json request; /**< its JSON Schema; null for a command that reads none */
+    Json example; /**< a request; null for none */
+    Completion completion;
+
+    /** "<family>/<slot>". */
+    std::string target() const;
+};
+
+/** In the order of families and slots. */
+const std::vector<Command> &commands();
+
+/** The command of a handler's name or of "<family>/<slot>"; null for none. */
+const Command *find_command(std::string_view name);
+
+/** "<family>/<slot>" or "system/serial" of what the user named; throws Misuse for what is
+ *  no slot of a family. */
+std::string target_of(const std::string &name);
+
+/** The names of all commands. */
+std::vector<std::string> command_names();
+
+/** How the payload of an upload looks. */
+enum class Format { json, text, file };
+
+struct UploadKind {
+    std::string kind;
+    std::string does;
+    Format format = Format::json;
+};
+
+const std::vector<UploadKind> &upload_kinds();
+
+/** The format of a kind; text for one that is not known. */
+Format format_of(std::string_view kind);
+
+/** What stands in front of a definition's name in a "$ref". */
+inline constexpr std::string_view definitions = "#/$defs/";
+
+/** A text of the catalogue without the marks of documentation: `code`, [text](link). */
+std::string unmarked(const std::string &text);
+
+/** A schema whose "$ref", if it has one, is put in; its own members win. */
+Json resolved(const Json &schema);
+
+/** The schema of "$defs" with this name; null for none. */
+const Json *definition(const std::string &name);
 
 }  // namespace nxctl
 

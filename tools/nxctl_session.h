@@ -1,5 +1,5 @@
 /**
- * A console's connection to the broker.
+ * A console's connection to a broker.
  */
 #ifndef TOOLS_NXCTL_SESSION_H
 #define TOOLS_NXCTL_SESSION_H
@@ -7,30 +7,28 @@
 #include <mosquitto.h>
 
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "tools/cli.h"
 
 namespace nxctl {
 
 using Clock = std::chrono::steady_clock;
 
-/** How the tool ends. */
-enum Exit { answered = 0, failed = 1, refused = 2, unanswered = 3 };
+/** How the tool ends, besides what all tools share. */
+enum Exit { done = 0, refused = 2, unanswered = 3, unwilling = 4 };
 
-/** A sentence for the user, and how the tool ends behind it. */
-struct Failure : std::runtime_error {
-    explicit Failure(const std::string &sentence, Exit how = failed)
-        : std::runtime_error(sentence), exit(how) {}
-    Exit exit;
-};
-
-struct Options {
-    std::string broker;
+/** Where the broker is, and who one is there. */
+struct Access {
+    std::string broker; /**< mqtt://HOST[:PORT] or mqtts://HOST[:PORT] */
     std::string user;
-    std::string cafile;
+    std::string password;
+    std::string cafile; /**< PEM, as the two others */
     std::string certfile;
     std::string keyfile;
 };
@@ -43,43 +41,77 @@ struct Received {
     int result = 0; /**< of the agent's callback, in a response */
 };
 
-struct Request {
+/** A message to send. A request has a response topic; a text that is to stay on the
+ *  broker is retained. */
+struct Sent {
     std::string topic;
     std::string payload;
     std::string response_topic;
     std::string correlation;
-    std::chrono::seconds expiry{1}; /**< afterwards the broker delivers it no more */
+    std::chrono::seconds expiry{0}; /**< afterwards the broker delivers it no more; 0: never */
+    bool retained = false;
 };
 
-/** Everything happens inside `work`; a lost connection throws Failure. */
+/** The connection ended; another one may work. */
+struct Lost : tools::Failure {
+    using Failure::Failure;
+};
+
+/** Everything happens inside `work`, `subscribe` and the constructor, one thread. What
+ *  a callback throws comes out of them. Each throws Failure when it cannot do its work. */
 class Session {
   public:
-    /** Connects, for ten seconds at most. */
-    explicit Session(const Options &options);
+    /** Connects, for ten seconds at most (longer when the look-up of the name takes it). */
+    explicit Session(const Access &access);
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
 
-    /** Subscribes, and returns when the broker has agreed. */
+    /** Subscribes. What the broker retains on the topics has come when it returns, on a
+     *  broker that sends it before it agrees, as mosquitto does: `settle` waits for the
+     *  others. */
     void subscribe(const std::vector<std::string> &topics);
 
-    /** Publishes; the packet identifier that `on_acknowledged` will get. */
-    int publish(const Request &request);
+    /** Waits until nothing has come for a while. */
+    void settle();
+
+    /** Sends; the packet identifier that `on_acknowledged` will get. */
+    int publish(const Sent &message);
 
     /** Works until `done`, or until the time is over: false. */
     bool work(const std::function<bool()> &done, Clock::time_point until);
 
     std::function<void(const Received &)> on_message = [](const Received &) {};
+
+    /** A reason of 0x80 and above is a refusal, `mosquitto_reason_string` names it. */
     std::function<void(int identifier, int reason)> on_acknowledged = [](int, int) {};
+
+    /** HOST:PORT of the broker. */
+    const std::string &address() const { return address_; }
 
   private:
     void set_callbacks();
-    void set_tls(const Options &options);
-    [[noreturn]] void fail(const std::string &what, int result);
+    void set_tls(const Access &access);
+    void connect(const std::string &host, int port);
+    void agree(const std::vector<std::string> &topics, int qos, int options);
+    short wanted_events() const;
+    void take_tcp(short ready);
+    std::string reason(int result, int error) const;
+    void step();
+    template <typename Call>
+    void shielded(Call call) noexcept;
+    [[noreturn]] void fail(int result, int error);
 
     std::unique_ptr<mosquitto, void (*)(mosquitto *)> mosq_;
     std::string address_;
+    bool tls_ = false;
+    bool tcp_pending_ = false;
+    int tcp_error_ = 0; /**< of the last address that was tried at once */
     bool connected_ = false;
     bool subscribed_ = false;
-    std::string refusal_;      /**< the broker's words when it refuses something */
-    std::string last_problem_; /**< what libmosquitto logged last */
+    Clock::time_point last_in_;
+    std::exception_ptr thrown_; /**< by a callback */
+    std::string refusal_;       /**< the broker's words when it refuses something */
+    std::string last_problem_;  /**< what libmosquitto logged last */
 };
 
 }  // namespace nxctl

@@ -4,8 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
-/** vap new|get|set: device folders and their configuration. Errors of every
- *  command are thrown as std::exception with a sentence. */
+/** vap new|get|set: device folders and their configuration. Every command throws what
+ *  it cannot do as std::exception with a sentence. */
 void add_device_commands(CLI::App &app);
 
 /** vap run: the agent on a device. */
@@ -18,10 +18,10 @@ void add_journal_command(CLI::App &app);
 void add_send_command(CLI::App &app);
 
 /** vap station add|remove|list: the Wi-Fi clients of a device, also while the
- *  agent runs on it. Errors are thrown as std::runtime_error. */
+ *  agent runs on it. */
 void add_station_command(CLI::App &app);
 
-/** vap image make: firmware images. Errors are thrown as std::exception. */
+/** vap image make: firmware images. */
 void add_image_command(CLI::App &app);
 
 #endif

@@ -1,36 +1,34 @@
 #include <sys/socket.h>
 
-#include <cerrno>
-#include <cstring>
 #include <memory>
-#include <stdexcept>
 
+#include "tools/cli.h"
 #include "tools/vap_commands.h"
-#include "virtual/ap/files.h"
+#include "virtual/folder/files.h"
 
 namespace {
 
 /** Longest message that the agent reads. */
 constexpr size_t message_max = 1024;
 
-struct Arguments {
+struct SendArguments {
     std::filesystem::path folder;
     std::string text;
 };
 
-void send_text(const Arguments &given) {
+void send_text(const SendArguments &given) {
     if (given.text.empty() || given.text.size() > message_max) {
-        throw std::runtime_error("a message has 1 to 1024 bytes");
+        throw tools::Failure("a message has 1 to 1024 bytes");
     }
     const vap::LocalAddress address(given.folder / "root/var/norvex_socket");
     const vap::Descriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (connect(fd.get(), address.get(), address.length()) != 0) {
-        throw std::runtime_error("no agent listens on " + given.folder.string() + ": " +
-                                 strerror(errno));
+        throw tools::Failure(tools::cannot("reach", "the agent of " + given.folder.string()));
     }
     const ssize_t sent = send(fd.get(), given.text.data(), given.text.size(), MSG_NOSIGNAL);
     if (sent != static_cast<ssize_t>(given.text.size())) {
-        throw std::runtime_error("the message was not taken");
+        throw tools::Failure(
+            tools::cannot("send", "the message to the agent of " + given.folder.string()));
     }
 }
 
@@ -42,7 +40,7 @@ void add_send_command(CLI::App &app) {
         "Examples:\n"
         "  vap send office DownloadCfg\n"
         "  vap send office \"norvex.log.the door is open\"");
-    const auto given = std::make_shared<Arguments>();
+    const auto given = std::make_shared<SendArguments>();
     command->add_option("DIR", given->folder, "Device folder")->required();
     command->add_option("TEXT", given->text, "The message")->required();
     command->callback([given] { send_text(*given); });

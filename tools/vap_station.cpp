@@ -1,18 +1,18 @@
 #include <cstdio>
 #include <memory>
 #include <set>
-#include <stdexcept>
 
+#include "tools/cli.h"
 #include "tools/vap_commands.h"
-#include "virtual/ap/equipment.h"
-#include "virtual/ap/hardware.h"
+#include "virtual/folder/hardware.h"
+#include "virtual/hardware/equipment.h"
 
 namespace {
 
 using vap::Json;
 using vap::Mac;
 
-struct Arguments {
+struct StationArguments {
     std::string folder, mac, ip;
     std::vector<std::string> macs;
     int band = 24, ssid = 0, signal = -50, os = 1;
@@ -30,7 +30,7 @@ Json stations_of(vap::Hardware &hardware) {
         return Json::object();
     }
     if (!stations.is_object()) {
-        throw std::runtime_error("\"stations\" of hardware.json is no object");
+        throw tools::Failure("\"stations\" of hardware.json is no object");
     }
     return stations;
 }
@@ -48,7 +48,7 @@ std::string name_of(const Json &stations, const Mac &mac) {
 Mac need_mac(const std::string &text) {
     const std::optional<Mac> mac = vap::mac_of(text);
     if (!mac) {
-        throw std::runtime_error(text + " is no MAC address such as 02:57:00:00:00:01");
+        throw tools::Failure(text + " is no MAC address such as 02:57:00:00:00:01");
     }
     return *mac;
 }
@@ -62,7 +62,7 @@ Mac free_mac(const Json &stations) {
             return mac;
         }
     }
-    throw std::runtime_error("no MAC address is left");
+    throw tools::Failure("no MAC address is left");
 }
 
 /** The first address of the device's network, from .100 on, that no station has. */
@@ -80,17 +80,17 @@ std::string free_ip(const Json &stations) {
     return "";
 }
 
-void add(const Arguments &given) {
+void add(const StationArguments &given) {
     vap::Hardware hardware = open_hardware(given.folder);
     const Json stations = stations_of(hardware);
     const Mac mac = given.mac.empty() ? free_mac(stations) : need_mac(given.mac);
     const int radio = vap::radio_of_band(given.band);
     if (!name_of(stations, mac).empty()) {
-        throw std::runtime_error(vap::mac_text(mac) + " is there already");
+        throw tools::Failure(vap::mac_text(mac) + " is there already");
     }
     if (given.ssid < 0 || given.ssid >= vap::bands[radio].slots) {
-        throw std::runtime_error("band " + std::to_string(given.band) + " has SSIDs 0 to " +
-                                 std::to_string(vap::bands[radio].slots - 1));
+        throw tools::Failure("band " + std::to_string(given.band) + " has SSIDs 0 to " +
+                             std::to_string(vap::bands[radio].slots - 1));
     }
     Json station = {{"band", given.band},
                     {"ssid", given.ssid},
@@ -105,25 +105,36 @@ void add(const Arguments &given) {
     printf("%s\n", vap::mac_text(mac).c_str());
 }
 
-void remove(const Arguments &given) {
+void remove(const StationArguments &given) {
     vap::Hardware hardware = open_hardware(given.folder);
     const Json stations = stations_of(hardware);
     Json change;
     for (const std::string &text : given.macs) {
         const std::string name = name_of(stations, need_mac(text));
         if (name.empty()) {
-            throw std::runtime_error(text + " is no station of this device");
+            throw tools::Failure(text + " is no station of this device");
         }
         change["stations"][name] = nullptr;
     }
     hardware.patch(change);
 }
 
-void list(const Arguments &given) {
+/** The stations that are there, for the shell. */
+std::vector<std::string> macs_of(const StationArguments &given) {
+    vap::Hardware hardware = open_hardware(given.folder);
+    const Json stations = stations_of(hardware);
+    std::vector<std::string> macs;
+    for (const auto &[mac, station] : stations.items()) {
+        macs.push_back(mac);
+    }
+    return macs;
+}
+
+void list(const StationArguments &given) {
     vap::Hardware hardware = open_hardware(given.folder);
     const Json stations = stations_of(hardware);
     for (const auto &[mac, station] : stations.items()) {
-        const auto text = [&](const char *key) {
+        const auto text = [&station = station](const char *key) {
             const Json value = station.is_object() ? station.value(key, Json()) : Json();
             return value.is_string() ? value.get<std::string>()
                    : value.is_null() ? "-"
@@ -145,15 +156,16 @@ void add_station_command(CLI::App &app) {
         "  vap station add ap1\n"
         "  vap station add ap1 02:57:00:00:00:07 --band 5 --ssid 1 --down-rate 250000\n"
         "  vap station remove ap1 02:57:00:00:00:07");
-    const auto given = std::make_shared<Arguments>();
-    const auto command = [&](const char *name, const char *text, void (*run)(const Arguments &)) {
+    const auto given = std::make_shared<StationArguments>();
+    const auto command = [&](const char *name, const char *text,
+                             void (*run)(const StationArguments &)) {
         CLI::App *one = station->add_subcommand(name, text);
-        one->add_option("dir", given->folder, "Folder of the device")->required();
+        one->add_option("DIR", given->folder, "Folder of the device")->required();
         one->callback([given, run] { run(*given); });
         return one;
     };
     CLI::App *adding = command("add", "Adds one and prints its MAC address", add);
-    adding->add_option("mac", given->mac, "MAC address; the next free one without it");
+    adding->add_option("MAC", given->mac, "MAC address; the next free one without it");
     adding->add_option("--band", given->band, "24 or 5")
         ->check(CLI::IsMember({24, 5}))
         ->capture_default_str();
@@ -165,11 +177,11 @@ void add_station_command(CLI::App &app) {
         ->check(CLI::Range(0, 13))
         ->capture_default_str();
     adding->add_option("--down-rate", given->down_rate, "Bytes a second to the station")
-        ->check(CLI::NonNegativeNumber);
+        ->check(tools::number(0, 1e12));
     adding->add_option("--up-rate", given->up_rate, "Bytes a second from the station")
-        ->check(CLI::NonNegativeNumber);
-    command("remove", "Removes stations", remove)
-        ->add_option("macs", given->macs, "MAC addresses")
-        ->required();
+        ->check(tools::number(0, 1e12));
+    CLI::App *removing = command("remove", "Removes stations", remove);
+    tools::offer(removing->add_option("MAC", given->macs, "MAC addresses")->required(),
+                 [given] { return macs_of(*given); });
     command("list", "Lists the stations that hardware.json shows", list);
 }

@@ -34,11 +34,23 @@ int start_once(const char *name, const char *function) {
     return running != 0 ? running : start_process(name, name, function);
 }
 
+/** The project's id; false when it must not leave the store: it may stand in a file of
+ *  lines and in a shell command only as a whole number, or as none. */
+bool read_project(char (&project)[32]) {
+    store_text("nx.project.id", project);
+    const char *digits = *project == '-' ? project + 1 : project;
+    const size_t length = strspn(digits, "0123456789");
+    return digits[length] == '\0' && (length > 0 || *project == '\0');
+}
+
 void write_lldpd_conf() {
     char serial[32];
     char project[32];
     factory_text("ZQ_ATE_SN", serial, sizeof serial);
-    store_text("nx.project.id", project);
+    serial[strcspn(serial, "\n")] = '\0';
+    if (!read_project(project)) {
+        project[0] = '\0';
+    }
     // The order counts: a new project replaces the third line by its number.
     const std::array lines{
         ConfLine{"work_mode=%s\n", "ap"},
@@ -55,13 +67,6 @@ void write_lldpd_conf() {
     }
 }
 
-/** True for the ids that may stand in a shell command: a whole number, or none. */
-bool is_plain_project(const char *project) {
-    const char *digits = *project == '-' ? project + 1 : project;
-    const size_t length = strspn(digits, "0123456789");
-    return digits[length] == '\0' && (length > 0 || *project == '\0');
-}
-
 }  // namespace
 
 void nx_start_lldpd() {
@@ -76,8 +81,7 @@ void nx_start_lldpd() {
 void nx_restart_lldpd() {
     NX_TRACE("restart lldpd...\n");
     char project[32];
-    store_text("nx.project.id", project);
-    if (is_plain_project(project)) {
+    if (read_project(project)) {
         doSystemCmd("sed -i '3c project_id=%s' %s", project, lldpd_conf);
     } else {
         printf("IN %s on %d cmd check error\n", __func__, __LINE__);

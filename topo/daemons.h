@@ -4,9 +4,9 @@
 #ifndef TOPO_DAEMONS_H
 #define TOPO_DAEMONS_H
 
-/** Writes "/etc/lldpd.conf" with the device's serial number and the project in
- *  "nx.project.id", then starts the link-layer discovery daemon, or restarts the
- *  one that runs. Any thread. */
+/** Writes "/etc/lldpd.conf", always six lines, with the device's serial number up to a
+ *  line end and the project in "nx.project.id", none if that is no number; then starts
+ *  the link-layer discovery daemon, or restarts the one that runs. Any thread. */
 void nx_start_lldpd();
 
 /** Puts the current project into line 3 of "/etc/lldpd.conf" and ends the daemon;

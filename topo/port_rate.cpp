@@ -51,13 +51,15 @@ void read_counter(const char *line, PortCounters &counters) {
     }
 }
 
+/** False: the port cannot be selected, and the file would show another one's counters,
+ *  which is no rate of this one. */
 bool show_port(int index) {
     const Fd file(open(counter_file, O_WRONLY | O_CLOEXEC));
     return file && write(file.get(), select_port[index], sizeof select_port[index]) > 0;
 }
 
 /** Keeps the new count of bytes and gives the rate since the last one. */
-int rate_of(SharedCounter &last, uint64_t octets, int32_t seconds) {
+uint64_t rate_of(SharedCounter &last, uint64_t octets, int32_t seconds) {
     const uint64_t gain = counter_gain(octets, last.load());
     last.store(octets);
     return kbit_per_second(gain_per_second(gain, seconds));

@@ -8,8 +8,8 @@
 
 /** Rates in kbit/s, see `kbit_per_second`. */
 struct PortRate {
-    int tx = 0;
-    int rx = 0;
+    uint64_t tx = 0;
+    uint64_t rx = 0;
 };
 
 /** Counters of one switch port since boot. */

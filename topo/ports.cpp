@@ -38,8 +38,8 @@ void add_wired(cJSON *object, const TopoPort &port, size_t index, const char *tr
     PortRate rate;
     get_port_rate(port.number - 1, rate);
     json_add_number(object, "link_rate", link_rate);
-    json_add_number(object, "tx_rate", rate.tx);
-    json_add_number(object, "rx_rate", rate.rx);
+    json_add_number(object, "tx_rate", static_cast<double>(rate.tx));
+    json_add_number(object, "rx_rate", static_cast<double>(rate.rx));
     add_vlans(object, index, is_trunk(trunk_flags, index));
 }
 

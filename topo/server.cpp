@@ -82,10 +82,26 @@ constexpr std::array interfaces{
 constexpr std::array vlan_keys{"manage.vlanid", "lan.2.vlanid", "wlan1.0_bss_vlanid",
                                "wlan1.0_bss_vlanid"};
 
-void add_interface(cJSON *ifnames, const char *name, const char *type) {
+bool add_interface(cJSON *ifnames, const char *name, const char *type) {
     cJSON *interface = json_append(ifnames, json_object());
-    json_add_string(interface, "name", name);
-    json_add_string(interface, "type", type);
+    return json_add_string(interface, "name", name) != nullptr &&
+           json_add_string(interface, "type", type) != nullptr;
+}
+
+/** False: out of memory, and the list is not whole. */
+bool add_interfaces(cJSON *ifnames) {
+    bool whole = true;
+    for (const Interface &row : interfaces) {
+        whole = whole && add_interface(ifnames, row.name, row.type);
+    }
+    if (store_int("wl.0.vlan.enable") == 1 && store_int("qvlan_mode_enable") == 1) {
+        for (const char *key : vlan_keys) {
+            char name[64];
+            snprintf(name, sizeof name, "vlan%s", store_get(key).text);
+            whole = whole && add_interface(ifnames, name, "lan");
+        }
+    }
+    return whole;
 }
 
 }  // namespace
@@ -127,18 +143,9 @@ void ntdd_set_server_info(const char *address, const char *port, const char *pro
 
 void ntdd_set_valid_ifname() {
     const Json info = json_object();
-    cJSON *ifnames = json_add_array(info.get(), "ifnames");
-    for (const Interface &row : interfaces) {
-        add_interface(ifnames, row.name, row.type);
+    if (add_interfaces(json_add_array(info.get(), "ifnames"))) {
+        km_net_topo_set_valid_interface(info.get());
     }
-    if (store_int("wl.0.vlan.enable") == 1 && store_int("qvlan_mode_enable") == 1) {
-        for (const char *key : vlan_keys) {
-            char name[64];
-            snprintf(name, sizeof name, "vlan%s", store_get(key).text);
-            add_interface(ifnames, name, "lan");
-        }
-    }
-    km_net_topo_set_valid_interface(info.get());
 }
 
 void ntdd_get_server_in_which_port() {

@@ -31,10 +31,10 @@ void topo_server_set(const TopoServer &server);
  *  "server_port" and "server_proto", and tells the module. Always 0. */
 int server_info(cJSON *request, cJSON *response);
 
-/** Tells the module which server to use. Any thread. */
+/** Tells the module which server to use; says nothing when out of memory. Any thread. */
 void ntdd_set_server_info(const char *address, const char *port, const char *protocol);
 
-/** Tells the module the interfaces that count. */
+/** Tells the module the interfaces that count: all of them, or none when out of memory. */
 void ntdd_set_valid_ifname();
 
 /** Asks the module for the server's port and keeps it in `topo_upport`. */

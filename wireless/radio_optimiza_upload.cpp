@@ -1,5 +1,5 @@
 #include "json.h"
-#include "report/clients.h"
+#include "measure/user_count.h"
 #include "report/config_report.h"
 #include "report/radio.h"
 #include "wireless/wireless_api.h"

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <set>
 #include <stdexcept>
+#include "paths.h"
 
 namespace bench {
 namespace {
@@ -41,9 +42,6 @@ Subject::Subject(Kind kind, const std::string &serial, const test::Broker &broke
         words_ = {programs + "norvex"};
     } else {
         words_ = {programs + "bench_echo", std::to_string(broker.port()), serial};
-        if (kind == Kind::echo_of_two_threads) {
-            words_.push_back("--two-threads");
-        }
     }
 }
 
@@ -77,7 +75,7 @@ void Cloud::wait_until_online(size_t count, std::chrono::seconds limit) {
     for (const auto end = Clock::now() + limit; online.size() < count;) {
         statuses_.loop();
         for (const test::Received &message : statuses_.received) {
-            if (message.payload == R"({"online":true})") {
+            if (message.payload.starts_with(R"({"online":true)")) {
                 online.insert(message.topic);
             }
         }

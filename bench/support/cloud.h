@@ -21,7 +21,7 @@ inline double seconds_since(Clock::time_point start) {
 
 /** An echo works in one thread, or like the agent in its main thread while the network
  *  has another. */
-enum class Kind { agent, echo, echo_of_two_threads };
+enum class Kind { agent, echo };
 
 /** One device; its process runs from `start` to the end of the subject. */
 class Subject {

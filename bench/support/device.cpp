@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <string>
 
-#include "virtual/ap/vap.h"
+#include "virtual/vap.h"
 
 namespace bench {
 namespace {

@@ -3,17 +3,11 @@
 #include <cjson/cJSON.h>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -36,13 +30,6 @@ struct Command {
     std::string mark; /**< correlation data */
 };
 
-/** Keeps two threads out of the client at once. */
-std::mutex client_lock;
-
-/** With two threads: what waits for the main thread, and how it is called. */
-bool has_two_threads = false;
-std::vector<Command> commands;
-
 void obey(mosquitto *mosq, const Command &command) {
     char *text = answer_to(command.request);
     mosquitto_property *reply = nullptr;
@@ -51,7 +38,6 @@ void obey(mosquitto *mosq, const Command &command) {
                                       static_cast<uint16_t>(command.mark.size()));
     }
     if (!command.reply_topic.empty()) {
-        const std::lock_guard guard(client_lock);
         mosquitto_publish_v5(mosq, nullptr, command.reply_topic.c_str(),
                              static_cast<int>(strlen(text)), text, 1, false, reply);
     }
@@ -78,43 +64,7 @@ void on_message(mosquitto *mosq, void *, const mosquitto_message *message,
     }
     free(data);
     free(topic);
-    if (has_two_threads) {
-        commands.push_back(std::move(command));
-    } else {
-        obey(mosq, command);
-    }
-}
-
-/** The network on a thread of its own, the work on this one, as the agent's cloud
- *  library has to do it. Returns when the broker is gone. */
-void run_on_two_threads(mosquitto *mosq) {
-    const int call = eventfd(0, EFD_CLOEXEC);
-    std::thread([=] {
-        for (;;) {
-            pollfd socket{mosquitto_socket(mosq), POLLIN, 0};
-            poll(&socket, 1, 1000);
-            std::unique_lock held(client_lock);
-            if (mosquitto_loop_misc(mosq) != MOSQ_ERR_SUCCESS ||
-                (socket.revents != 0 && mosquitto_loop_read(mosq, 1) != MOSQ_ERR_SUCCESS) ||
-                (mosquitto_want_write(mosq) && mosquitto_loop_write(mosq, 1) != MOSQ_ERR_SUCCESS)) {
-                _exit(1);
-            }
-            const bool has_work = !commands.empty();
-            held.unlock();
-            if (has_work) {
-                eventfd_write(call, 1);
-            }
-        }
-    }).detach();
-    for (eventfd_t count = 0; eventfd_read(call, &count) == 0;) {
-        std::vector<Command> taken;
-        std::unique_lock held(client_lock);
-        taken.swap(commands);
-        held.unlock();
-        for (const Command &command : taken) {
-            obey(mosq, command);
-        }
-    }
+    obey(mosq, command);
 }
 
 void on_connect(mosquitto *mosq, void *, int) {
@@ -127,9 +77,8 @@ void on_connect(mosquitto *mosq, void *, int) {
 }  // namespace
 
 int main(int count, char **arguments) {
-    has_two_threads = count == 4 && strcmp(arguments[3], "--two-threads") == 0;
-    if (count != 3 && !has_two_threads) {
-        fputs("Usage: bench_echo PORT SERIAL [--two-threads]\n", stderr);
+    if (count != 3) {
+        fputs("Usage: bench_echo PORT SERIAL\n", stderr);
         return 2;
     }
     device = std::string("norvex/v1/") + arguments[2];
@@ -141,10 +90,6 @@ int main(int count, char **arguments) {
     mosquitto_message_v5_callback_set(mosq, on_message);
     if (mosquitto_connect(mosq, "127.0.0.1", atoi(arguments[1]), 60) != MOSQ_ERR_SUCCESS) {
         fputs("bench_echo: cannot connect\n", stderr);
-        return 1;
-    }
-    if (has_two_threads) {
-        run_on_two_threads(mosq);
         return 1;
     }
     return mosquitto_loop_forever(mosq, -1, 1);

@@ -1,5 +1,8 @@
 #include "cloud/project.h"
 
+#include <map>
+
+#include "core/cloud_api.h"
 #include "tests/support/support.h"
 
 namespace {
@@ -11,12 +14,12 @@ class Project : public test::Device {};
 
 TEST_F(Project, BindsInOrder) {
     EXPECT_EQ(call(add_router_to_prj,
-                   R"({"cloud_id":"c-1","project_id":77,"time_zone":"-3.5","region":9})"),
+                   R"({"cloud_id":"c-1","project_id":77,"time_zone":"-3.5","region":-9})"),
               "{\n\t\"cloud_id\":\t\"c-1\",\n\t\"project_id\":\t77,\n\t\"resp_code\":\t0\n}");
     EXPECT_THAT(
         effects(),
         ElementsAre(
-            "SetValue sys.region_index 9", "SetValue sys.timezone 8.5",
+            "SetValue sys.region_index -9", "SetValue sys.timezone 8.5",
             "SetValue wl2g.public.country_code CN", "SetValue wl2g.public.countrycode_all 1",
             "SetValue wl2g.public.countrycode_other 1", "SetValue wl5g.public.country_code US",
             "SetValue wl5g.public.country_code_convert CN",
@@ -70,19 +73,14 @@ TEST_F(Project, UnbindsInOrderWhateverTheCommitSays) {
 }
 
 TEST_F(Project, StoresTheServersStatusInverted) {
-    struct Row {
-        const char *request;
-        const char *stored;
-    } const rows[] = {
-        {R"({"cloud_status":1})", "0"},   {"{}", "0"},
-        {R"({"cloud_status":0})", "1"},   {R"({"cloud_status":2})", "1"},
-        {R"({"cloud_status":"0"})", "0"},  // a text counts as absent
-    };
-    for (const Row &row : rows) {
-        EXPECT_EQ(call(server_status, row.request), "{\n\t\"resp_code\":\t0\n}");
-        EXPECT_THAT(effects(), ElementsAre(std::string("SetValue nx.manage.status ") + row.stored,
-                                           "CommitCfm"))
-            << row.request;
+    for (const auto &[request, stored] : std::map<std::string, std::string>{
+             {R"({"cloud_status":1})", "0"},
+             {"{}", "0"},
+             {R"({"cloud_status":2})", "1"},
+             {R"({"cloud_status":"0"})", "0"}}) {  // a text counts as absent
+        EXPECT_EQ(call(server_status, request), "{\n\t\"resp_code\":\t0\n}");
+        EXPECT_THAT(effects(), ElementsAre("SetValue nx.manage.status " + stored, "CommitCfm"))
+            << request;
     }
 }
 
@@ -106,6 +104,24 @@ TEST_F(Project, LeavesARunningDhcpClientAlone) {
     }
 }
 
+TEST_F(Project, ServesTheSlotsOfTheCloudFamily) {
+    ASSERT_EQ(cloud_api(), 0);
+    const std::pair<int, const char *> first_effects[] = {
+        {0, "SetValue sys.region_index 38"},
+        {1, "SetValue nx.manage.en 0"},
+        {3, "SetValue nx.manage.status 0"},
+        {4, "SetValue nx.manage.en 1"},
+    };
+    for (const auto &[slot, effect] : first_effects) {
+        effects();
+        EXPECT_EQ(nxapi::call("cloud", slot, "{}").result, 0);
+        EXPECT_EQ(effects().at(0), effect);
+    }
+    EXPECT_EQ(nxapi::call("cloud", 2, "{}").length, 21) << "config_sync counts the NUL";
+    refuse("nx_api_enable_m_cloud_fun");
+    EXPECT_EQ(cloud_api(), -1);
+}
+
 TEST_F(Project, ConvertsTimeZones) {
     set("sys.timezone", "20");
     struct Row {
@@ -114,13 +130,11 @@ TEST_F(Project, ConvertsTimeZones) {
     } const rows[] = {
         {"+8", nullptr},  // unchanged
         {"-3.5", "8.5"},
-        {"0", "12"},
         {"5.75", "17.75"},
         {"-12", "0"},
-        {"", "12"},
-        {"garbage", nullptr},  // reads as 0: unchanged after the row before
+        {"garbage", "12"},
+        {"", nullptr},  // reads as 0, too
         {"nan", nullptr},
-        {"inf", nullptr},
         {"1e39", nullptr},
         {"1e38", "99999996802856924650656260769173209088"},  // single precision, whole
     };

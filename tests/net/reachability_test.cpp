@@ -1,11 +1,11 @@
 #include "net/reachability.h"
 
 #include "builtin.h"
-#include "json.h"
-#include "tests/support/support.h"
+#include "tests/net/records.h"
 
 namespace {
 
+using test::run;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
@@ -41,14 +41,12 @@ TEST(JudgePing, ReadsTheOutput) {
         {"slow by 0.2 ms on average", header + replies({"50", "50", "50", "50", "51"}), true,
          false},
         {"four fast", header + four + statistics, true, false},
-        {"more than five", header + five + five, true, true},
+        {"a line of another kind between them", header + four + "no answer yet\n" + four, true,
+         true},
         {"another tool's form",
          header + "40 bytes from a.b (192.0.2.1): icmp_seq=1 ttl=57 time=8.2 ms\n", true, false},
-        {"nobody answered",
-         header + "\n--- statistics ---\n5 packets transmitted, 100% packet loss\n", false, false},
-        {"unknown host", "ping: bad address 'cloud'\n", false, false},
+        {"nobody answered", header + statistics, false, false},
         {"nothing", "", false, false},
-        {"garbage", "\x01\xff%s%n\n\n:=:=\n", false, false},
         {"header only: its ttl is no reply", "PING cloud ttl 64", true, false},
         {"header line only", "PING cloud ttl 64\n", true, false},
         {"one reply that makes no sense spoils all", header + five + "ttl exceeded\n", false,
@@ -56,7 +54,6 @@ TEST(JudgePing, ReadsTheOutput) {
         {"no time: it counts as 0 ms",
          header + replies({"62", "62", "62", "62"}) + "40 bytes from 192.0.2.1: seq=4 ttl=57\n",
          true, true},
-        {"cut before the fifth ttl", header + four + "40 bytes from 192.0.2.1: se", true, false},
         {"cut inside the fifth ttl", header + four + "40 bytes from 192.0.2.1: seq=4 ttl=5", true,
          true},
         {"cut behind the word ttl", header + four + "40 bytes from 192.0.2.1: seq=4 ttl", false,
@@ -77,17 +74,6 @@ TEST(JudgePing, ReadsTheOutput) {
 
 class Reachability : public test::Device {
   protected:
-    /** Runs a check; its result, then its records as "type:result". */
-    static std::vector<std::string> run(int (*check)(cJSON *)) {
-        const ::Json list = json_array();
-        std::vector<std::string> lines{std::to_string(check(list.get()))};
-        for (const cJSON *record = list->child; record != nullptr; record = record->next) {
-            lines.push_back(std::to_string(cJSON_GetObjectIntValue(record, "check_type", 0)) + ":" +
-                            std::to_string(cJSON_GetObjectIntValue(record, "result", 9)));
-        }
-        return lines;
-    }
-
     /** What pings of a host show: milliseconds, null for a lost reply. */
     static void answer(const std::string &host, const Json &replies) {
         Json behaviour = {{"address", "192.0.2.1"}};
@@ -97,26 +83,27 @@ class Reachability : public test::Device {
 };
 
 TEST_F(Reachability, RefusesWhatIsNoSafeHost) {
-    const std::string too_long(240, 'h');  // the command would lose its count
-    for (const std::string &host : {std::string(), std::string("a b"), std::string("a'b"),
-                                    std::string("a\"b"), std::string("-f"), std::string("a;b"),
-                                    std::string("$(a)"), std::string("a\nb"), too_long}) {
-        char output[64] = "untouched";
-        const PingRequest request{4, 1, 32, 3, host.c_str()};
-        const std::string text = output_of(
-            [&] { EXPECT_EQ(cmd_get_ping_output(&request, output, sizeof output), 1); }, false);
-        EXPECT_THAT(text, MatchesRegex(host == too_long
-                                           ? "invalid cmd \\[ping h+.*\\]\n"
-                                           : "IN cmd_get_ping_output on [0-9]+ cmd check error\n"))
-            << host;
-        EXPECT_STREQ(output, "untouched");
+    const std::string longest(226, 'h');  // "ping … 2>&1" in 255 bytes
+    const std::string too_long = longest + 'h';
+    char output[64] = "untouched";
+    for (const char *host : {static_cast<const char *>(nullptr), "", "a b", "a'b", "a\"b", "-f",
+                             "a;b", "a\nb", too_long.c_str()}) {
+        const PingRequest request{4, 1, 32, 3, host};
+        EXPECT_THAT(output_of(
+                        [&] {
+                            EXPECT_EQ(cmd_get_ping_output(host != nullptr ? &request : nullptr,
+                                                          output, sizeof output),
+                                      1);
+                        },
+                        false),
+                    MatchesRegex(host == too_long.c_str()
+                                     ? "invalid cmd \\[ping h+.*\\]\n"
+                                     : "IN cmd_get_ping_output on [0-9]+ cmd check error\n"));
     }
-    char output[64];
-    EXPECT_THAT(
-        output_of([&] { EXPECT_EQ(cmd_get_ping_output(nullptr, output, sizeof output), 1); },
-                  false),
-        MatchesRegex("IN cmd_get_ping_output on [0-9]+ cmd check error\n"));
+    EXPECT_STREQ(output, "untouched");
     EXPECT_THAT(effects({"popen"}), IsEmpty());
+    const PingRequest request{4, 1, 32, 3, longest.c_str()};
+    EXPECT_EQ(cmd_get_ping_output(&request, output, sizeof output), 0);
 }
 
 TEST_F(Reachability, KeepsAsMuchOutputAsFits) {
@@ -161,17 +148,10 @@ TEST_F(Reachability, PingsTheGateway) {
         }
         EXPECT_EQ(effects({"popen"}), commands) << row.why;
     }
-}
-
-TEST_F(Reachability, TracesWhyThereIsNoGateway) {
-    set("lan.gw", "a b");
+    write_file("/etc/lan.ini", "");
     EXPECT_THAT(output_of([] { run(check_ping_gate); }),
-                MatchesRegex("IN cmd_get_ping_output on [0-9]+ cmd check error\n"
-                             "\\[.*\\]\\[[0-9]+\\] : get result error! cmd=a b\n"));
-    write_file("/etc/lan.ini", "x=1\n");
-    set("lan.gw", "0.0.0.0");
-    EXPECT_THAT(output_of([] { run(check_ping_gate); }),
-                MatchesRegex("\\[.*\\] : can not get LanDhcpcGW form file"));
+                ::testing::EndsWith("] : can not get LanDhcpcGW form file"))
+        << "without a line end, and nothing is pinged";
 }
 
 TEST_F(Reachability, PingsTheCloudServer) {
@@ -182,7 +162,6 @@ TEST_F(Reachability, PingsTheCloudServer) {
     } rows[] = {
         {"fast", {8, 9, 10, 11, 12}, {"0", "12:0", "13:0"}},
         {"a reply was lost", {8, 9, nullptr, 11, 12}, {"0", "12:0", "13:-1"}},
-        {"slow", {80, 80, 80, 80, 80}, {"0", "12:0", "13:-1"}},
         {"silent", {nullptr, nullptr, nullptr, nullptr, nullptr}, {"-1", "12:-1", "13:-1"}},
     };
     for (const auto &row : rows) {
@@ -193,22 +172,6 @@ TEST_F(Reachability, PingsTheCloudServer) {
     }
     vap::fail("popen");
     EXPECT_THAT(run(check_ping_norvex), ElementsAre("-1", "12:-1", "13:-1"));
-}
-
-TEST_F(Reachability, AppendsAllRecordsOfACheckOrNone) {
-    set("lan.gw", "192.0.2.1");
-    for (const auto check : {check_ping_gate, check_ping_norvex}) {
-        int failing = 1;
-        for (bool whole = false; !whole; ++failing) {
-            const ::Json list = json_array();
-            const test::JsonAllocations memory(failing);
-            const int result = check(list.get());
-            whole = test::JsonAllocations::made() < failing;
-            EXPECT_EQ(cJSON_GetArraySize(list.get()) == 0, !whole) << "allocation " << failing;
-            EXPECT_EQ(result, whole ? 0 : -1) << "allocation " << failing;
-        }
-        EXPECT_GT(failing, 3);
-    }
 }
 
 }  // namespace

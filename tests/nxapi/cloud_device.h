@@ -12,15 +12,15 @@
 #include <string>
 #include <vector>
 
+#include "nxapi/client.h"
+#include "nxapi/topics.h"
 #include "tests/support/broker.h"
-#include "virtual/nxapi/client.h"
-#include "virtual/nxapi/topics.h"
 
 namespace test {
 
 inline nxapi::Settings settings_for(const Broker &broker) {
     nxapi::Settings settings;
-    settings.broker = {"127.0.0.1", broker.port(), false};
+    settings.brokers = {{"127.0.0.1", broker.port(), false}};
     settings.retry_ms = 20;
     return settings;
 }

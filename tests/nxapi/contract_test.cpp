@@ -3,9 +3,10 @@
  * in a device folder.
  */
 #include <fcntl.h>
+#include <netinet/tcp.h>
 
+#include "nxapi/transport.h"
 #include "tests/nxapi/cloud_device.h"
-#include "virtual/nxapi/transport.h"
 
 namespace {
 
@@ -144,14 +145,30 @@ TEST_F(Contract, LeavesDescriptorsAndSignalsOfChildrenAlone) {
     sigaction(SIGPIPE, nullptr, &handling);
     EXPECT_EQ(handling.sa_handler, SIG_DFL);
     int opened = 0;
+    int prompt = 0;  // sockets that do not wait for the other end's acknowledgement
     for (int fd = 0; fd < 256; ++fd) {
         const int flags = fcntl(fd, F_GETFD);
         if (before[static_cast<size_t>(fd)] && flags != -1) {
             ++opened;
             EXPECT_EQ(flags, FD_CLOEXEC) << fd;
+            int no_delay = 0;
+            socklen_t size = sizeof(no_delay);
+            getsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &no_delay, &size);
+            prompt += no_delay;
         }
     }
-    EXPECT_GE(opened, 5) << "two for waking, libmosquitto's pair and the connection";
+    EXPECT_GE(opened, 8) << "two for waking, the gate, its clock, libmosquitto's pair, and the "
+                            "connection twice";
+    EXPECT_EQ(prompt, 2) << "the connection and its duplicate";
+    // The library's thread leaves signals such as SIGTERM to the agent's own.
+    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::stringstream status;
+        status << std::ifstream(task.path() / "status").rdbuf();
+        if (status.str().starts_with("Name:\tnxapi\n")) {
+            const std::string blocked = status.str().substr(status.str().find("SigBlk:"));
+            EXPECT_NE(std::stoull(blocked.substr(7), nullptr, 16) >> (SIGTERM - 1) & 1U, 0U);
+        }
+    }
 }
 
 TEST_F(Contract, GoesOnWithoutACloud) {
@@ -170,7 +187,7 @@ TEST_F(Contract, GoesOnWithoutACloud) {
 TEST_F(Contract, DoesNotStartOnMalformedSettings) {
     write_settings("broker=mqtt://h\nkeepalive=5\n");
     EXPECT_EQ(said_during([] { EXPECT_EQ(nx_api_lib_init(), -1); }),
-              "nxapi: /etc/nxapi.conf, line 2: there is no setting \"keepalive\"\n");
+              "nxapi: /etc/nxapi.conf, line 2: there is no setting of this name\n");
 }
 
 TEST_F(Contract, FailsWhereTheAgentCannotWatch) {
@@ -196,9 +213,15 @@ TEST_F(Contract, RefusesASerialThatNoTopicCanHold) {
     write_settings("");
     said_during([] { EXPECT_EQ(nx_api_lib_init(), 0); });
     nx_basic_info info{};
-    std::strcpy(info.serial, "a/b");
-    EXPECT_EQ(said_during([&] { EXPECT_EQ(nx_api_set_basic_info(&info), -1); }),
-              "nxapi: \"a/b\" is no serial number: it has 1 to 32 characters and none of + # /\n");
+    for (const char *serial : {"", "a/b", "a+", "#", "a\nb", "\xff"}) {
+        std::strcpy(info.serial, serial);
+        EXPECT_EQ(said_during([&] { EXPECT_EQ(nx_api_set_basic_info(&info), -1); }),
+                  "nxapi: \"" + std::string(serial) +
+                      "\" is no serial number: it has 1 to 32 characters and none of + # /\n");
+    }
+    std::strcpy(info.serial, "SN 1.2-\xc3\xbc");
+    EXPECT_EQ(nx_api_set_basic_info(&info), 0);
+    EXPECT_FALSE(nxapi::is_serial(std::string_view("a\0b", 3)));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "virtual/nxapi/local.h"
+#include "nxapi/local.h"
 
 #include "tests/nxapi/cloud_device.h"
 
@@ -91,44 +91,18 @@ TEST_F(Local, CommandsRunFromACopyOfTheirTable) {
     nx_slot slots[NX_WLAN_SLOTS] = {};
     slots[3].callback = test::echo_command;
     EXPECT_EQ(nx_api_enable_m_wlan_fun(slots), 7);
+    refused = "nx_api_enable_m_wlan_fun";
     slots[3] = {};
+    slots[0].callback = test::echo_command;
+    EXPECT_EQ(nx_api_enable_m_wlan_fun(slots), -1);
     const nxapi::Answer answer = nxapi::call("wlan", 3, "{}");
     EXPECT_EQ(answer.result, 0);
     EXPECT_EQ(answer.response, std::string("<{}>\0", 5));
     EXPECT_EQ(answer.length, 5);
-}
-
-TEST_F(Local, ACommandThatIsNotServedGivesNothing) {
-    nx_slot slots[NX_CLOUD_SLOTS] = {};
-    slots[0].callback = test::refusing_command;
-    nx_api_enable_m_cloud_fun(slots);
-    slots[1].callback = test::echo_command;
-    refused = "nx_api_enable_m_cloud_fun";
-    EXPECT_EQ(nx_api_enable_m_cloud_fun(slots), -1);
-    const std::pair<const char *, int> rows[] = {
-        {"cloud", 0},               // its callback refuses
-        {"cloud", 1},               // the table that has it was refused
-        {"cloud", NX_CLOUD_SLOTS},  // behind the table
-        {"cloud", -1},              //
-        {"clouds", 0},              // no family
-    };
-    for (const auto &[family, slot] : rows) {
-        const nxapi::Answer answer = nxapi::call(family, slot, nullptr);
-        EXPECT_EQ(answer.result, -1) << family << slot;
-        EXPECT_FALSE(answer.response) << family << slot;
+    for (const int slot : {0, -1, static_cast<int>(NX_WLAN_SLOTS)}) {
+        EXPECT_EQ(nxapi::call("wlan", slot, nullptr).result, -1) << slot;
+        EXPECT_FALSE(nxapi::call("wlan", slot, nullptr).response) << slot;
     }
-}
-
-TEST_F(Local, TheSetterGetsAnAssignedSerial) {
-    EXPECT_EQ(nxapi::assign_serial("SN2"), -1);
-    nx_basic_info info{};
-    info.set_serial = [](void *, int length, const char *serial, void *) {
-        return std::string(serial) == "SN2" ? length : -1;
-    };
-    nx_api_set_basic_info(&info);
-    EXPECT_EQ(nxapi::assign_serial("SN2"), 3);
-    nxapi::begin_local(nullptr);
-    EXPECT_EQ(nxapi::assign_serial("SN2"), -1) << "a fresh transport knows no registration";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "virtual/nxapi/settings.h"
+#include "nxapi/settings.h"
 
 #include <gtest/gtest.h>
 
@@ -36,14 +36,22 @@ TEST(BrokerAddress, IsReadAsPeopleWriteIt) {
 }
 
 TEST(BrokerAddress, OfAnotherFormIsRefusedWithASentence) {
-    for (const char *text : {"", "cloud.example", "http://cloud.example", "mqtt://", "mqtt://:1883",
-                             "mqtt://[::1", "mqtt://h:0", "mqtt://h:65536",
-                             "mqtt://h:", "mqtt://h:18x", "mqtt://h:1883/topic", "mqtt://user@h"}) {
+    for (const char *text :
+         {"", "cloud.example", "http://cloud.example", "mqtt://", "mqtt://:1883", "mqtt://[::1",
+          "mqtt://h:0", "mqtt://h:65536", "mqtt://h:", "mqtt://h:18x", "mqtt://h:1883/topic"}) {
         BrokerAddress address{"before", 1, true};
         std::string why;
         EXPECT_FALSE(nxapi::parse_broker(text, address, why)) << text;
         EXPECT_NE(why.find('"' + std::string(text) + '"'), why.npos) << why;
         EXPECT_EQ(address.host, "before") << text;
+    }
+    // A password does not come back, wherever it stands.
+    for (const char *text : {"mqtt://user:secret@h", "user:secret@h", "mqtts://h@secret"}) {
+        BrokerAddress address;
+        std::string why;
+        EXPECT_FALSE(nxapi::parse_broker(text, address, why));
+        EXPECT_EQ(why.substr(0, 34), "the broker address names a user: n") << why;
+        EXPECT_EQ(why.find("secret"), why.npos) << why;
     }
 }
 
@@ -52,7 +60,7 @@ TEST(Settings, TakeEveryKeyWithBlanksAndRemarksAround) {
     std::string why;
     ASSERT_TRUE(
         nxapi::parse_settings("# a remark\n\n"
-                              "  broker = mqtts://cloud.example \r\n"
+                              "  broker = mqtts://cloud.example,mqtt://other:99 \r\n"
                               "username=device\n"
                               "password=a=b#c\n"  // only a whole line is a remark
                               "client_id=id\ncafile=/ca\ncertfile=/cert\nkeyfile=/key\n"
@@ -62,7 +70,9 @@ TEST(Settings, TakeEveryKeyWithBlanksAndRemarksAround) {
                               "fault=nx_api_lib_init:-1\nfault=set_debug_level:0",
                               settings, why))
         << why;
-    EXPECT_EQ(settings.broker.host, "cloud.example");
+    ASSERT_EQ(settings.brokers.size(), 2U);
+    EXPECT_EQ(settings.brokers[0].host, "cloud.example");
+    EXPECT_EQ(settings.brokers[1].port, 99);
     EXPECT_EQ(settings.username, "device");
     EXPECT_EQ(settings.password, "a=b#c");
     EXPECT_EQ(settings.client_id, "id");
@@ -82,15 +92,16 @@ TEST(Settings, TakeEveryKeyWithBlanksAndRemarksAround) {
 
 TEST(Settings, NameTheLineThatIsWrong) {
     const std::pair<const char *, const char *> rows[] = {
-        {"broker", "line 1: \"broker\" is no key=value"},
-        {"\n\nbrokr=mqtt://h", "line 3: there is no setting \"brokr\""},
+        {"secret", "line 1: this is no key=value"},
+        {"\n\nsecret=mqtt://h", "line 3: there is no setting of this name"},
         {"retry_ms=5\nretry_ms=6", "line 2: retry_ms is set a second time"},
-        {"keepalive_s=4", "line 1: \"4\" is no number between 5 and 65535"},
-        {"keepalive_s=60s", "line 1: \"60s\" is no number between 5 and 65535"},
-        {"tls_verify=true", "line 1: \"true\" is neither yes nor no"},
-        {"fault=nx_api_lib_init", "line 1: \"nx_api_lib_init\" is no call with its result"},
-        {"broker=h", "line 1: \"h\" is no broker address"},
-        {"certfile=/cert", "certfile and keyfile are set together or not at all"},
+        {"keepalive_s=4", "line 1: keepalive_s is no number between 5 and 65535"},
+        {"keepalive_s=60secret", "line 1: keepalive_s is no number between 5 and 65535"},
+        {"tls_verify=secret", "line 1: tls_verify is neither yes nor no"},
+        {"fault=secret", "line 1: fault is no call with its result"},
+        {"broker=secret", "line 1: broker is no broker address"},
+        {"broker=mqtt://a:secret@h", "line 1: broker names a user: nxapi.conf has username="},
+        {"certfile=secret", "certfile and keyfile are set together or not at all"},
         {"broker=mqtts://h", "a mqtts:// broker needs cafile"},
     };
     for (const auto &[text, sentence] : rows) {
@@ -98,6 +109,7 @@ TEST(Settings, NameTheLineThatIsWrong) {
         std::string why;
         EXPECT_FALSE(nxapi::parse_settings(text, settings, why)) << text;
         EXPECT_EQ(why.substr(0, std::strlen(sentence)), sentence);
+        EXPECT_EQ(why.find("secret"), why.npos) << why;
     }
 }
 
@@ -112,7 +124,7 @@ TEST(Settings, TellAMissingFileFromAMalformedOne) {
               nxapi::SettingsFile::missing);
     std::ofstream(path) << "x";
     EXPECT_EQ(nxapi::read_settings(path.c_str(), settings, why), nxapi::SettingsFile::malformed);
-    EXPECT_EQ(why, path + ", line 1: \"x\" is no key=value");
+    EXPECT_EQ(why, path + ", line 1: this is no key=value");
 }
 
 }  // namespace

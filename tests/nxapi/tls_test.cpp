@@ -1,11 +1,12 @@
 /**
- * The broker profile for the field, as it ships: TLS with client certificates, and
- * each device in its own subtree.
+ * The broker profile for the field, as it ships, with the certificates that its script
+ * makes.
  */
 #include <gmock/gmock.h>
 
-#include <sstream>
+#include <memory>
 
+#include "paths.h"
 #include "tests/nxapi/cloud_device.h"
 
 namespace {
@@ -24,155 +25,300 @@ void replace(std::string &text, const std::string &from, const std::string &to) 
     }
 }
 
-/** Certificates of a test, made by openssl. */
+/** A folder of script/certificates. */
 class Certificates {
   public:
-    Certificates() {
-        authority("ca");
-        authority("other-ca");
-    }
+    explicit Certificates(const std::string &host = "127.0.0.1") { run("--host " + host); }
 
-    void authority(const std::string &name) {
-        run("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj "
-            "/CN=" +
-            name + " -keyout " + name + ".key -out " + name + ".crt");
-    }
-
-    /** A certificate for a common name, and for the loopback address. */
-    void issue(const std::string &file, const std::string &name, const std::string &by) {
-        run("openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=" + name +
-            " -keyout " + file + ".key -out " + file +
-            ".csr && printf 'subjectAltName=IP:127.0.0.1' >" + file +
-            ".ext && openssl x509 -req -days 2 -in " + file + ".csr -extfile " + file +
-            ".ext -CA " + by + ".crt -CAkey " + by + ".key -CAcreateserial -out " + file + ".crt");
+    void run(const std::string &arguments) const {
+        const std::string line = NORVEX_SOURCE_DIR "/script/certificates " +
+                                 folder_.path().string() + " " + arguments + " >" + path("log") +
+                                 " 2>&1";
+        if (std::system(line.c_str()) != 0) {
+            throw std::runtime_error(arguments + ": " + file_text(path("log")));
+        }
     }
 
     std::string path(const std::string &file) const { return folder_.path() / file; }
 
-  private:
-    void run(const std::string &command) {
-        const std::string line = "cd " + folder_.path().string() + " && { " + command + "; } 2>log";
-        if (std::system(line.c_str()) != 0) {
-            throw std::runtime_error(command + ": " + file_text(folder_.path() / "log"));
+    test::Credentials of(const std::string &client) const {
+        return {path("ca.crt"), path(client + ".crt"), path(client + ".key")};
+    }
+
+    /** Exchanges the certificates of two brokers. */
+    void swap_brokers(const Certificates &other) const {
+        for (const char *file : {"broker/broker.crt", "broker/broker.key"}) {
+            std::filesystem::rename(path(file), path("other"));
+            std::filesystem::rename(other.path(file), path(file));
+            std::filesystem::rename(path("other"), other.path(file));
         }
     }
 
+  private:
     test::TempFolder folder_;
 };
 
 class Tls : public ::testing::Test {
   protected:
-    Tls() {
-        certificates.issue("broker", "127.0.0.1", "ca");
-        certificates.issue("SN1", "SN1", "ca");
-        certificates.issue("console", "console", "ca");
-        // The broker reads only what belongs to it.
-        std::ofstream(certificates.path("acl")) << file_text(NORVEX_SOURCE_DIR "/config/acl");
-    }
+    Tls() { certificates.run("device SN1"); }
 
-    /** The shipped profile, with the test's port and files. */
+    /** The shipped profile, as the script hands it to a broker, with the test's ports:
+     *  the broker's own is the consoles'. */
     std::string profile() const {
-        std::string text = file_text(NORVEX_SOURCE_DIR "/config/mosquitto-tls.conf");
-        replace(text, "listener 8883", "listener PORT 127.0.0.1");
-        replace(text, "/etc/mosquitto/certs", certificates.path(""));
-        replace(text, "/etc/mosquitto/acl", certificates.path("acl"));
+        std::string text = file_text(certificates.path("broker/mosquitto.conf"));
+        text.erase(0, text.find('\n'));  // its user
+        replace(text, "listener 8883", "listener " + std::to_string(device_port) + " 127.0.0.1");
+        replace(text, "listener 8884", "listener PORT 127.0.0.1");
         return text;
     }
 
-    nxapi::Settings settings(const test::Broker &broker, const std::string &who) const {
-        nxapi::Settings settings = test::settings_for(broker);
-        settings.broker.tls = true;
-        settings.cafile = certificates.path("ca.crt");
-        settings.certfile = certificates.path(who + ".crt");
-        settings.keyfile = certificates.path(who + ".key");
+    nxapi::Settings settings(int port, const test::Credentials &files) const {
+        nxapi::Settings settings;
+        settings.brokers = {{"127.0.0.1", port, true}};
+        settings.retry_ms = 20;
+        settings.cafile = files.cafile;
+        settings.certfile = files.certfile;
+        settings.keyfile = files.keyfile;
         return settings;
     }
 
-    Certificates certificates;
+    nxapi::Settings settings(const std::string &serial) const {
+        return settings(device_port, certificates.of("devices/" + serial));
+    }
+
+    static size_t logged(const test::Broker &broker, const std::string &words) {
+        const std::string log = file_text(broker.folder() / "log");
+        size_t count = 0;
+        for (size_t at = 0; (at = log.find(words, at)) != log.npos; ++at) {
+            ++count;
+        }
+        return count;
+    }
+
+    /** Waits until the broker has logged these words so often. */
+    static bool is_logged(const test::Broker &broker, const std::string &words, size_t times) {
+        return eventually([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            return logged(broker, words) >= times;
+        });
+    }
+
+    const int device_port = test::Listener().port();
+    const Certificates certificates;
 };
 
-TEST_F(Tls, AHandshakeThatFailsIsTriedAgain) {
-    // The broker first shows a certificate that another authority vouches for.
-    certificates.issue("broker", "127.0.0.1", "other-ca");
+TEST_F(Tls, AnotherBrokerIsNotTrustedAndTriedAgain) {
+    const Certificates foreign;
+    certificates.swap_brokers(foreign);
     test::Broker broker(profile());
     ::testing::internal::CaptureStderr();
-    CloudDevice device(settings(broker, "SN1"), "SN1");
-    EXPECT_TRUE(eventually([&] {  // the device's own word on that certificate
-        return file_text(broker.folder() / "log").find("alert unknown ca") != std::string::npos;
-    }));
+    CloudDevice device(settings("SN1"), "SN1");
+    EXPECT_TRUE(is_logged(broker, "alert unknown ca", 1)) << "the device's own word on it";
     EXPECT_FALSE(device.client.is_up());
     broker.stop();
-    certificates.issue("broker", "127.0.0.1", "ca");
+    certificates.swap_brokers(foreign);
     broker.start();
     EXPECT_TRUE(eventually([&] { return device.client.is_up(); }));
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 ::testing::HasSubstr("certificate verify failed"));
 }
 
+TEST_F(Tls, ABrokerOfAnotherHostIsNotTrusted) {
+    certificates.run("--host broker.example");
+    test::Broker broker(profile());
+    ::testing::internal::CaptureStderr();
+    {
+        CloudDevice device(settings("SN1"), "SN1");
+        EXPECT_TRUE(is_logged(broker, "alert internal error", 2)) << "libmosquitto's word on it";
+        EXPECT_FALSE(device.client.is_up());
+    }
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                ::testing::HasSubstr("host name verification failed"));
+}
+
 TEST_F(Tls, AFileThatIsMissingIsNamedAndTriedAgain) {
     test::Broker broker(profile());
-    nxapi::Settings late = settings(broker, "SN1");
+    nxapi::Settings late = settings("SN1");
     late.certfile = certificates.path("late.crt");
     ::testing::internal::CaptureStderr();
     CloudDevice device(late, "SN1");
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    std::filesystem::copy_file(certificates.path("SN1.crt"), late.certfile);
+    std::filesystem::copy_file(certificates.path("devices/SN1.crt"), late.certfile);
     EXPECT_TRUE(eventually([&] { return device.client.is_up(); }));
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 ::testing::HasSubstr("cannot read " + late.certfile));
 }
 
 TEST_F(Tls, WithoutVerificationAnyBrokerIsTaken) {
-    certificates.issue("broker", "somebody-else", "other-ca");
+    const Certificates foreign("broker.example");
+    certificates.swap_brokers(foreign);
     test::Broker broker(profile());
-    nxapi::Settings trusting = settings(broker, "SN1");
+    nxapi::Settings trusting = settings("SN1");
     trusting.tls_verify = false;
     CloudDevice device(trusting, "SN1");
     EXPECT_TRUE(eventually([&] { return device.client.is_up(); }));
 }
 
-TEST_F(Tls, ADeviceReachesItsOwnSubtreeOnly) {
-    certificates.issue("SN2", "SN2", "ca");
-    certificates.issue("SN3", "SN3", "ca");
-    test::Broker broker(profile());
-    test::Console console(broker, {certificates.path("ca.crt"), certificates.path("console.crt"),
-                                   certificates.path("console.key")});
-    CloudDevice device(settings(broker, "SN1"), "SN1");
-    device.serve(0, test::echo_command);
-    eventually([&] {
-        console.publish("norvex/v1/SN1/cmd/cloud/0", "{}");
-        console.loop();
-        device.work();
-        return !console.on("norvex/v1/SN1/rsp/cloud/0").empty();
-    });
-    EXPECT_FALSE(console.on("norvex/v1/SN1/up/identity").empty());
+TEST_F(Tls, EveryoneKeepsToTheirOwnListener) {
+    certificates.run("device SN2");
+    certificates.run("console alice");
+    const test::Credentials device = certificates.of("devices/SN1");
+    const test::Credentials console = certificates.of("consoles/alice");
+    const std::string before = file_text(device.certfile) + file_text(certificates.path("ca.crt"));
+    for (const char *file : {"SN2.crt", "SN2.key"}) {
+        std::filesystem::copy_file(certificates.path("devices/") + file, certificates.path(file));
+    }
+    certificates.run("revoke SN2");
+    certificates.run("device SN1");
+    certificates.run("");
+    EXPECT_EQ(file_text(device.certfile) + file_text(certificates.path("ca.crt")), before)
+        << "the script keeps what is there";
+    EXPECT_EQ(std::filesystem::status(device.keyfile).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 
-    // With the certificate of another nobody appears as SN1, hears or commands it, or
-    // takes its place on the broker.
+    test::Broker broker(profile());
     ::testing::internal::CaptureStderr();
-    nxapi::Settings stolen = settings(broker, "SN2");
+    const nxapi::Settings strangers[] = {
+        settings(broker.port(), device), settings(device_port, console),
+        settings(device_port, certificates.of("SN2")),  // revoked
+    };
+    for (const nxapi::Settings &stranger : strangers) {
+        const size_t known = logged(broker, "certificate verify failed");
+        CloudDevice intruder(stranger, "SN1");
+        EXPECT_TRUE(is_logged(broker, "certificate verify failed", known + 1));
+        EXPECT_FALSE(intruder.client.is_up());
+    }
+    ::testing::internal::GetCapturedStderr();
+}
+
+class Field : public Tls {
+  protected:
+    Field() {
+        certificates.run("console alice");
+        broker = std::make_unique<test::Broker>(profile());
+        alice = std::make_unique<test::Console>(*broker, certificates.of("consoles/alice"));
+    }
+
+    /** Commands the device, and works for all until the answer to the last has come:
+     *  what was sent before it has arrived or never will. */
+    void settle(CloudDevice &device) {
+        const std::string text = std::to_string(++round_);
+        eventually([&] {
+            alice->publish("norvex/v1/SN1/cmd/cloud/0", text);
+            alice->loop();
+            device.work();
+            return alice->last("norvex/v1/SN1/rsp/cloud/0").payload == "<" + text + ">";
+        });
+    }
+
+    std::unique_ptr<test::Broker> broker;
+    std::unique_ptr<test::Console> alice;
+
+  private:
+    int round_ = 0;
+};
+
+TEST_F(Field, ADeviceWritesTheTopicsThatStandByName) {
+    CloudDevice device(settings("SN1"), "SN1");
+    device.serve(0, test::echo_command);
+    settle(device);
+    std::vector<std::string> allowed = {
+        "up/binding", "up/image_path", "up/config",      "up/config_copy", "up/manage",
+        "up/alarm",   "up/system_log", "up/running_log", "up/net_check",   "up/radio_optimization",
+        "up/upgrade"};
+    std::vector<std::string> refused = {"up/other", "other"};
+    for (const std::vector<std::string> &list : {allowed, refused}) {
+        for (const std::string &kind : list) {
+            device.client.upload(kind, "x");
+        }
+    }
+    const auto command = [&](const std::string &target, bool answered) {
+        alice->publish("norvex/v1/SN1/cmd/" + target, "");
+        (answered ? allowed : refused).push_back("rsp/" + target);
+    };
+    for (const nxapi::Family &family : nxapi::families) {
+        for (size_t slot = 0; slot <= family.slots; ++slot) {
+            command(nxapi::topics::slot(family.name, slot), slot < family.slots);
+        }
+    }
+    command("system/serial", true);
+    for (const auto &[topic, answered] :
+         {std::pair{"rsp/alice/answer", true}, {"rsp/alice/1", false}, {"rsp/bob/answer", false}}) {
+        alice->publish("norvex/v1/SN1/cmd/cloud/0", "", std::string("norvex/v1/SN1/") + topic);
+        (answered ? allowed : refused).emplace_back(topic);
+    }
+    ::testing::internal::CaptureStderr();
+    settle(device);
+    for (const std::string &topic : allowed) {
+        EXPECT_FALSE(alice->on("norvex/v1/SN1/" + topic).empty()) << topic;
+    }
+    for (const std::string &topic : refused) {
+        EXPECT_TRUE(alice->on("norvex/v1/SN1/" + topic).empty()) << topic;
+    }
+    device.client.upload("up/config", std::string((1 << 20) + 1, 'x'));
+    settle(device);
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                ::testing::HasSubstr("cannot be sent and are dropped: 1 (up/config"));
+}
+
+TEST_F(Field, ADeviceReachesItsOwnSubtreeOnly) {
+    certificates.run("device SN2");
+    CloudDevice device(settings("SN1"), "SN1");
+    device.serve(0, test::echo_command);
+    settle(device);
+    // With the certificate of another nobody appears as SN1 or takes its place.
+    ::testing::internal::CaptureStderr();
+    nxapi::Settings stolen = settings("SN2");
     stolen.client_id = "SN1";
     CloudDevice impostor(stolen, "SN1");
-    test::Console thief(broker, {certificates.path("ca.crt"), certificates.path("SN3.crt"),
-                                 certificates.path("SN3.key")});
     eventually([&] { return impostor.client.is_up(); });
-    const size_t known = console.on("norvex/v1/SN1/status").size();
+    const size_t known = alice->on("norvex/v1/SN1/status").size();
     impostor.client.upload("up/alarm", "false alarm");
-    thief.publish("norvex/v1/SN1/cmd/cloud/0", "stolen");
-    eventually([&] {
-        thief.loop();
-        console.publish("norvex/v1/SN1/cmd/cloud/0", "last");
-        console.loop();
-        device.work();
-        return console.last("norvex/v1/SN1/rsp/cloud/0").payload == "<last>";
-    });
+    settle(device);
+    settle(device);
     ::testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(thief.received.empty());
     EXPECT_TRUE(device.client.is_up());
-    EXPECT_TRUE(console.on("norvex/v1/SN1/up/alarm").empty());
-    EXPECT_EQ(console.on("norvex/v1/SN1/status").size(), known);
-    EXPECT_THAT(console.on("norvex/v1/SN1/rsp/cloud/0"),
-                ::testing::Not(::testing::Contains("<stolen>")));
+    EXPECT_TRUE(alice->on("norvex/v1/SN1/up/alarm").empty());
+    EXPECT_EQ(alice->on("norvex/v1/SN1/status").size(), known);
+}
+
+TEST_F(Field, ConsolesListenSideBySideAndForgetDevices) {
+    test::Console second(*broker, certificates.of("consoles/alice"));
+    {
+        CloudDevice device(settings("SN1"), "SN1");
+        device.serve(0, test::echo_command);
+        settle(device);
+        eventually([&] {
+            second.loop();
+            return !second.on("norvex/v1/SN1/rsp/cloud/0").empty();
+        });
+        // No console speaks for a device that is there.
+        second.publish("norvex/v1/SN1/up/alarm", "false alarm");
+        eventually([&] {
+            second.publish("norvex/v1/SN1/cmd/cloud/0", "last");
+            second.loop();
+            alice->loop();
+            device.work();
+            return alice->last("norvex/v1/SN1/rsp/cloud/0").payload == "<last>";
+        });
+        EXPECT_TRUE(alice->on("norvex/v1/SN1/up/alarm").empty());
+    }
+    const char *kept[] = {"status", "up/identity", "up/binding"};
+    for (const char *topic : kept) {
+        second.publish(std::string("norvex/v1/SN1/") + topic, "", "", "", true);
+    }
+    eventually([&] {
+        second.loop();
+        alice->loop();
+        return alice->on("norvex/v1/SN1/up/binding") == std::vector<std::string>{""};
+    });
+    test::Console late(*broker, certificates.of("consoles/alice"));
+    late.publish("norvex/v1/SN1/cmd/cloud/0", "echo");
+    for (int i = 0; i < 20; ++i) {
+        late.loop();
+    }
+    EXPECT_TRUE(late.received.empty())
+        << late.received.front().topic << ": " << late.received.front().payload;
 }
 
 }  // namespace

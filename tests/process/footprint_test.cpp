@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "paths.h"
 #include "tests/support/support.h"
 
 namespace {

@@ -10,7 +10,9 @@
 #include <chrono>
 #include <fstream>
 
+#include "paths.h"
 #include "tests/support/support.h"
+#include "virtual/folder/lock.h"
 
 namespace {
 
@@ -93,7 +95,6 @@ class Startup : public ::testing::Test {
         std::ofstream(device / "config", std::ios::app) << lines;
     }
     void cloud_settings(const std::string &text) {
-        std::filesystem::create_directories(device / "root/etc");
         std::ofstream(device / "root/etc/nxapi.conf") << text;
     }
     void hardware_fault(const std::string &operation, int result) {
@@ -128,10 +129,30 @@ TEST_F(Startup, TellsOfEachStepInOrder) {
 }
 
 TEST_F(Startup, EndsWhenTheStoreIsDown) {
-    hardware_fault("apmib_init", 0);
-    Agent agent(device);
-    EXPECT_EQ(agent.exit_status(), 255);
-    EXPECT_EQ(agent.output(), "Initialize AP MIB failed !\n");
+    for (const char *operation : {"apmib_init", "thread"}) {
+        hardware_fault(operation, 0);
+        Agent agent(device);
+        EXPECT_EQ(agent.exit_status(), 255);
+        EXPECT_EQ(agent.output(), "Initialize AP MIB failed !\n");
+    }
+}
+
+TEST_F(Startup, LeavesADeviceThatRunsAlone) {
+    Agent first(device);
+    ASSERT_TRUE(first.wait_for("init succeed!")) << first.output();
+    struct stat before = {}, after = {};
+    stat((device / "root/var/norvex_socket").c_str(), &before);
+    Agent second(device);
+    EXPECT_EQ(second.exit_status(), 255);
+    EXPECT_EQ(second.output(), "Initialize AP MIB failed !\n");
+    stat((device / "root/var/norvex_socket").c_str(), &after);
+    EXPECT_EQ(before.st_ino, after.st_ino) << "it still listens there";
+    EXPECT_THROW(vap::RunLock{device}, std::runtime_error);
+
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(device)) {
+        lstat(entry.path().c_str(), &after);
+        EXPECT_EQ(after.st_mode & (S_IRWXG | S_IRWXO), 0u) << entry << " is for others, too";
+    }
 }
 
 TEST_F(Startup, EndsWhenTheLibraryOrTheLastFamilyIsRefused) {

@@ -1,5 +1,5 @@
 /* The whole text of each report, whose order of members the cloud relies on. */
-#include "net/samplers.h"
+#include "measure/rates.h"
 #include "report/radio.h"
 #include "report/uploads.h"
 #include "tests/report/rich_device.h"
@@ -9,8 +9,8 @@ namespace {
 class Golden : public test::RichDevice {};
 
 TEST_F(Golden, Status) {
-    int tx = 0;
-    int rx = 0;
+    uint64_t tx = 0;
+    uint64_t rx = 0;
     get_eth0_cur_rate(&tx, &rx);  // the report shows the rates since here
     vap::advance(10);
     expect_golden("status_upload", call(status_upload));

@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "paths.h"
 #include "report/clients.h"
 
 namespace test {
@@ -19,50 +20,27 @@ vap::Json station_json(const StationSpec &station) {
             {"down", {{"bytes", station.down}, {"rate", station.down_rate}}}};
 }
 
-vap::Json interface_json(const char *mac, int rx_rate, int tx_rate) {
-    return {{"mac", mac},
-            {"rx", {{"bytes", 0}, {"rate", rx_rate}}},
-            {"tx", {{"bytes", 0}, {"rate", tx_rate}}}};
-}
-
 vap::Json rich_hardware() {
-    return {{"radios",
-             {{"24", {{"channel", 6}, {"bandwidth", 20}}},
-              {"5", {{"channel", 149}, {"bandwidth", 80}, {"upstream", "0c:aa:bb:cc:dd:ee"}}}}},
-            {"bssids",
-             {"02:00:00:00:b0:00", "02:00:00:00:b0:01", "02:00:00:00:b0:02", "02:00:00:00:b0:03",
-              "02:00:00:00:b0:04", "02:00:00:00:b0:05", "02:00:00:00:b0:06", "02:00:00:00:b0:07"}},
-            {"scan",
-             {{"24",
-               {{{"ssid", "Harbour \"Cafe\""},
-                 {"bssid", "0a:bc:de:f0:00:01"},
-                 {"channel", 1},
-                 {"signal", -61},
-                 {"bandwidth", 20}},
-                {{"ssid", ""},
-                 {"bssid", "0a:bc:de:f0:00:02"},
-                 {"channel", 6},
-                 {"signal", -72},
-                 {"bandwidth", 20}},
-                {{"ssid", "%s%d"},
-                 {"bssid", "0a:bc:de:f0:00:03"},
-                 {"channel", 11},
-                 {"signal", -80},
-                 {"bandwidth", 40}}}},
-              {"5",
-               {{{"ssid", "Harbour Cafe 5"},
-                 {"bssid", "0a:bc:de:f0:00:05"},
-                 {"channel", 36},
-                 {"signal", -66},
-                 {"bandwidth", 80}}}}}},
-            {"interfaces",
-             {{"br0", interface_json("0a:1b:2c:3d:4e:5f", 0, 0)},
-              {"eth0", interface_json("0a:1b:2c:3d:4e:60", 12'800, 25'600)},
-              {"wlan1", interface_json("0a:1b:2c:3d:4e:61", 1024, 4096)},
-              // The radio's own number names the SSID: what counts is its second one.
-              {"wlan0-va1", interface_json("0a:1b:2c:3d:4e:62", 512, 3072)}}},
-            {"arp", {{"02:aa:00:00:00:03", "192.168.1.99"}}},
-            {"system", {{"cpu", 23}, {"mem", 45}, {"version", "V1.0.0.11(10862)"}}}};
+    return vap::Json::parse(R"-({
+        "radios": {"24": {"channel": 6, "bandwidth": 20},
+                   "5": {"channel": 149, "bandwidth": 80, "upstream": "0c:aa:bb:cc:dd:ee"}},
+        "bssids": ["02:00:00:00:b0:00", "02:00:00:00:b0:01", "02:00:00:00:b0:02",
+                   "02:00:00:00:b0:03", "02:00:00:00:b0:04", "02:00:00:00:b0:05",
+                   "02:00:00:00:b0:06", "02:00:00:00:b0:07"],
+        "scan": {"24": [{"ssid": "Harbour \"Cafe\"", "bssid": "0a:bc:de:f0:00:01", "channel": 1,
+                         "signal": -61, "bandwidth": 20},
+                        {"ssid": "", "bssid": "0a:bc:de:f0:00:02", "channel": 6,
+                         "signal": -72, "bandwidth": 20},
+                        {"ssid": "%s%d", "bssid": "0a:bc:de:f0:00:03", "channel": 11,
+                         "signal": -80, "bandwidth": 40}],
+                 "5": [{"ssid": "Harbour Cafe 5", "bssid": "0a:bc:de:f0:00:05", "channel": 36,
+                        "signal": -66, "bandwidth": 80}]},
+        "interfaces": {"br0": {"mac": "0a:1b:2c:3d:4e:5f"},
+                       "eth0": {"rx": {"bytes": 0, "rate": 12800}, "tx": {"bytes": 0, "rate": 25600}},
+                       "wlan1": {"rx": {"bytes": 0, "rate": 1024}, "tx": {"bytes": 0, "rate": 4096}},
+                       "wlan0-va1": {"rx": {"bytes": 0, "rate": 512}, "tx": {"bytes": 0, "rate": 3072}}},
+        "arp": {"02:aa:00:00:00:03": "192.168.1.99"},
+        "system": {"cpu": 23, "mem": 45, "version": "V1.0.0.11(10862)"}})-");
 }
 
 const std::vector<std::pair<std::string, std::string>> rich_settings{
@@ -105,6 +83,10 @@ const std::vector<std::pair<std::string, std::string>> rich_settings{
     {"wl2g.ssid3.wpapsk_crypto", "tkip+aes"},
     {"wl2g.ssid3.wpapsk_psk", "never told"},
     {"wl2g.ssid4.security", "wpa2"},
+    {"wl2g.ssid4.wpapsk_type", "psk2"},
+    {"wl2g.ssid4.wpapsk_crypto", "TKIP"},
+    {"wl2g.ssid5.security", "none"},
+    {"wl2g.ssid5.wpapsk_type", "psk2"},  // left over
     {"wl2g.ssid5.sta_isolate", "1"},
     {"wl2g.ssid5.guest_enable", "1"},
     {"wl2g.ssid5.type", "1"},
@@ -139,38 +121,23 @@ RichDevice::RichDevice() {
     set_all(rich_settings);
     write_file("/etc/lan.ini", "ip=192.168.1.20\ngateway=192.168.1.1\n");
     write_file("/etc/lldpd.write", "ip 192.168.1.2\nmac 0c:00:00:00:00:01\nsn SN123\n");
-    associate({
-        {.mac = "02:aa:00:00:00:01",
-         .online = 100,
-         .up = 102400,
-         .down = 204800,
-         .ip = "192.168.1.11",
-         .os = 9},
-        {.mac = "02:aa:00:00:00:0f", .online = -10},  // joins in 10 seconds
-        {.mac = "02:aa:00:00:00:03",
-         .ssid = 2,
-         .online = 3,
-         .up = 1,
-         .down = 4294967295,
-         .ip = "192.168.1.13",
-         .os = 12},
-        {.mac = "02:aa:00:00:00:02",
-         .online = 64,
-         .up = 65536,
-         .down = 1000,
-         .ip = "192.168.1.12",
-         .os = 2,
-         .in_arp = false},
-        {.mac = "02:aa:00:00:00:04", .ssid = 5, .online = 50},  // its SSID is off
-        {.mac = "02:aa:00:00:01:00", .band = 5, .online = 50},  // that SSID is the client's
-        {.mac = "02:aa:00:00:01:01",
-         .band = 5,
-         .ssid = 1,
-         .online = 10,
-         .up = 5120,
-         .ip = "192.168.1.15",
-         .os = 1},
-    });
+    // The one of zero seconds joins in 10, the fifth one's SSID is off, and that of the
+    // sixth is the client's.
+    vap::patch_hardware({{"stations", vap::Json::parse(R"({
+        "02:aa:00:00:00:01": {"band": 24, "since": -100, "ip": "192.168.1.11", "signal": -40,
+            "os": 9, "up": {"bytes": 102400, "rate": 0}, "down": {"bytes": 204800, "rate": 0}},
+        "02:aa:00:00:00:0f": {"band": 24, "since": 10},
+        "02:aa:00:00:00:03": {"band": 24, "ssid": 2, "since": -3, "ip": "192.168.1.13",
+            "signal": -42, "os": 12, "up": {"bytes": 1, "rate": 0},
+            "down": {"bytes": 4294967295, "rate": 0}},
+        "02:aa:00:00:00:02": {"band": 24, "since": -64, "ip": "192.168.1.12", "signal": -40,
+            "os": 2, "in_arp": false, "up": {"bytes": 65536, "rate": 0},
+            "down": {"bytes": 1000, "rate": 0}},
+        "02:aa:00:00:00:04": {"band": 24, "ssid": 5, "since": -50},
+        "02:aa:00:00:01:00": {"band": 5, "since": -50},
+        "02:aa:00:00:01:01": {"band": 5, "ssid": 1, "since": -10, "ip": "192.168.1.15",
+            "signal": -41, "os": 1, "up": {"bytes": 5120, "rate": 0},
+            "down": {"bytes": 0, "rate": 0}}})")}});
 }
 
 void RichDevice::expect_golden(const std::string &name, const std::string &text) {

@@ -1,6 +1,10 @@
 #include "report/uploads.h"
 
+#include <set>
+
 #include "ops/nx_dev_api.h"
+#include "report/clients.h"
+#include "report/radio.h"
 #include "tests/report/rich_device.h"
 
 namespace {
@@ -30,43 +34,23 @@ TEST_F(Uploads, ServesItsSlotsOfTheDevFamily) {
     EXPECT_EQ(*nxapi::call("dev", 2, "").response, call(config_upload));
 }
 
-/** Runs a handler with each of its allocations failing in turn. */
-template <typename Check>
-void sweep(nx_handler handler, Check check) {
-    int failing = 0;
-    int made = 0;
-    do {
-        cJSON *response = cJSON_CreateObject();
-        int result = 0;
-        {
-            const test::JsonAllocations allocations(++failing);
-            result = handler(nullptr, response);
-            made = allocations.made();
-        }
-        check(result, response);
-        cJSON_Delete(response);
-    } while (made >= failing);
-    EXPECT_GT(failing, 20);
-}
+using Lists = test::RichDevice;
 
-TEST_F(Uploads, SurviveEachFailingAllocation) {
-    associate({{.mac = "02:00:00:00:00:0a", .online = 100}});
-    sweep(status_upload, [](int result, const cJSON *response) {
-        // All sections are there, or the answer is -1.
-        const bool whole = cJSON_GetArraySize(response) == 4;
-        EXPECT_TRUE(result == -1 || whole);
-    });
-    sweep(statistic_upload, [](int result, const cJSON *response) {
-        EXPECT_EQ(result, cJSON_GetArraySize(response) == 4 &&
-                                  cJSON_HasObjectItem(response->child, "user_list")
-                              ? 0
-                              : -1);
-    });
-    sweep(config_upload, [](int result, const cJSON *response) {
-        const bool whole = cJSON_HasObjectItem(response, "wireless") != 0 &&
-                           cJSON_HasObjectItem(response, "maint") != 0;
-        EXPECT_EQ(result, whole ? 0 : -1);
-    });
+TEST_F(Lists, EndAtTheFirstObjectThatCannotBeMade) {
+    for (int (*const builder)(cJSON *) :
+         {rf_rule_get, neighbor_entry_get, ssid_info_get, user_list_get, simple_user_list_get}) {
+        const size_t whole = build(builder).json.size();
+        std::set<size_t> lengths;
+        for (int nth = 1; lengths.count(whole) == 0 || nth < 200; ++nth) {
+            const Built built = build([&](cJSON *array) {
+                const test::JsonAllocations memory(nth);
+                return builder(array);
+            });
+            EXPECT_EQ(built.result == 0, built.json.size() == whole) << nth;
+            lengths.insert(built.json.size());
+        }
+        EXPECT_EQ(lengths.size(), whole + 1) << "each object was once the one that failed";
+    }
 }
 
 }  // namespace

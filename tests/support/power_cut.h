@@ -4,6 +4,8 @@
 #ifndef TESTS_SUPPORT_POWER_CUT_H
 #define TESTS_SUPPORT_POWER_CUT_H
 
+#include <sys/resource.h>
+
 #include <atomic>
 #include <map>
 
@@ -45,35 +47,59 @@ class PowerCut {
      *  time behind the first answer. Returns what is wrong with the device then, "" for
      *  nothing. */
     std::string once(std::chrono::microseconds after) {
-        setenv("VAP_DEVICE", device_.c_str(), 1);
-        console_.received.clear();
-        Child agent({agent_}, device_.string() + ".log");
-        if (!hear("/status", R"({"online":true})")) {
-            return "the agent does not come online";
-        }
-        if (!order([] { return false; })) {
-            return "the agent does not answer";
-        }
-        int status = 0;
-        std::atomic<bool> cut = false;
-        std::thread cutter([&] {
-            std::this_thread::sleep_for(after);
-            status = agent.end(SIGKILL);
-            cut = true;
+        return cut_by(SIGKILL, [&](Child &agent) {
+            int status = 0;
+            std::atomic<bool> cut = false;
+            std::thread cutter([&] {
+                std::this_thread::sleep_for(after);
+                status = agent.end(SIGKILL);
+                cut = true;
+            });
+            while (!cut) {
+                order([&] { return cut.load(); });
+            }
+            cutter.join();
+            return status;
         });
-        while (!cut) {
-            order([&] { return cut.load(); });
-        }
-        cutter.join();
-        if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) {
-            return "the agent ended by itself, wait status " + std::to_string(status);
-        }
-        return fault_of_config();
+    }
+
+    /** The same, but the power goes where a file would get longer than `bytes`: inside
+     *  the writing of the configuration, since nothing else that is written is as long. */
+    std::string inside_write(rlim_t bytes) {
+        std::filesystem::remove(device_ / "journal.jsonl");
+        std::filesystem::create_symlink("/dev/null", device_ / "journal.jsonl");
+        return cut_by(SIGXFSZ, [&](Child &agent) {
+            const rlimit limit{bytes, bytes};
+            const rlimit no_core{0, 0};
+            prlimit(agent.pid(), RLIMIT_CORE, &no_core, nullptr);
+            prlimit(agent.pid(), RLIMIT_FSIZE, &limit, nullptr);
+            order([&] { return !agent.is_running(); });
+            return agent.end(SIGKILL);
+        });
     }
 
     int orders() const { return sent_; }
 
   private:
+    /** Starts the agent, lets it answer an order and `cut` end it, by this signal. */
+    template <typename Cut>
+    std::string cut_by(int signal, Cut cut) {
+        setenv("VAP_DEVICE", device_.c_str(), 1);
+        console_.received.clear();
+        Child agent({agent_}, device_.string() + ".log");
+        if (!hear("/status", R"({"online":true,)")) {
+            return "the agent does not come online";
+        }
+        if (!order([] { return false; })) {
+            return "the agent does not answer";
+        }
+        const int status = cut(agent);
+        if (!WIFSIGNALED(status) || WTERMSIG(status) != signal) {
+            return "the agent ended by itself, wait status " + std::to_string(status);
+        }
+        return fault_of_config();
+    }
+
     /** Waits for a message below the device's topic; false when `given_up` or late. */
     template <typename GivenUp>
     bool hear(const std::string &below, const std::string &text, GivenUp given_up) {
@@ -81,7 +107,7 @@ class PowerCut {
             console_.loop(1);
             for (const Received &message : std::exchange(console_.received, {})) {
                 if (message.topic == topic_ + below &&
-                    (message.payload == text || message.correlation == text)) {
+                    (message.payload.starts_with(text) || message.correlation == text)) {
                     return true;
                 }
             }

@@ -62,10 +62,6 @@ class Listener {
     int port_ = 0;
 };
 
-inline int free_port() {
-    return Listener().port();
-}
-
 /** True when somebody accepts connections on the loopback port. */
 inline bool is_listening(int port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -155,6 +151,9 @@ class Broker {
         child_.reset();
     }
 
+    /** Signals it, for example to freeze. */
+    void signal(int number) const { kill(child_->pid(), number); }
+
     int port() const { return port_; }
     std::string url() const { return "mqtt://127.0.0.1:" + std::to_string(port_); }
 
@@ -175,7 +174,7 @@ class Broker {
     }
 
     TempFolder folder_;
-    int port_ = free_port();
+    int port_ = Listener().port();
     std::string settings_ = "listener PORT 127.0.0.1\nallow_anonymous true\n";
     std::unique_ptr<Child> child_;
 };

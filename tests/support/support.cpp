@@ -5,28 +5,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 
 #include "trace.h"
 
 namespace test {
 namespace {
 
-std::string argument_text(const vap::Json &argument) {
-    return argument.is_string() ? argument.get<std::string>() : argument.dump();
-}
-
 std::string effect_text(const vap::Json &line) {
     std::string text = line.at("op").get<std::string>();
     for (const vap::Json &argument : line.at("args")) {
-        text += " " + argument_text(argument);
+        text += " " + (argument.is_string() ? argument.get<std::string>() : argument.dump());
     }
     return text;
-}
-
-std::string file_text(const std::filesystem::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 }  // namespace
@@ -43,7 +33,8 @@ Device::Device(const vap::NewDevice &kind) {
         }
         const auto refused =
             std::ranges::find(refused_, upload.call, &std::pair<std::string, int>::first);
-        return refused == refused_.end() ? 0 : refused->second;
+        constexpr int success = 7;  // as any number but -1 is
+        return refused == refused_.end() ? success : refused->second;
     });
 }
 
@@ -68,19 +59,31 @@ vap::Json Device::answer(nx_handler handler, const std::string &request) {
     return vap::Json::parse(call(handler, request), nullptr, false);
 }
 
+int Device::parse(int (*parser)(const cJSON *), const std::string &text) {
+    cJSON *parsed = cJSON_Parse(text.c_str());
+    const int result = parser(parsed);
+    cJSON_Delete(parsed);
+    return result;
+}
+
+void Device::manage_locally() {
+    set("nx.manage.en", "1");
+    set("nx.manage.mode", "2");
+}
+
 std::string Device::get(const std::string &key) {
     return vap::config_get(key).value_or("(absent)");
 }
 
-std::vector<std::string> Device::effects() {
-    std::vector<std::string> lines;
+Lines Device::effects() {
+    Lines lines;
     std::ranges::transform(vap::journal(), std::back_inserter(lines), effect_text);
     vap::clear_journal();
     return lines;
 }
 
-std::vector<std::string> Device::effects(const std::vector<std::string> &operations) {
-    std::vector<std::string> lines = effects();
+Lines Device::effects(const Lines &operations) {
+    Lines lines = effects();
     std::erase_if(lines, [&](const std::string &line) {
         return std::ranges::find(operations, line.substr(0, line.find(' '))) == operations.end();
     });
@@ -107,7 +110,8 @@ void Device::write_file(const std::string &device_path, const std::string &text)
 }
 
 std::string Device::read_file(const std::string &device_path) {
-    return file_text(vap::folder() / "root" / device_path.substr(1));
+    std::ifstream in(vap::folder() / "root" / device_path.substr(1), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::string Device::output_of(const std::function<void()> &act, bool traced) {
@@ -160,6 +164,35 @@ int JsonAllocations::made() {
 }
 int JsonAllocations::live() {
     return live_allocations;
+}
+
+void Device::expect_members_or_failure(nx_handler handler, const std::string &request,
+                                       const Lines &members) {
+    std::string response;
+    size_t failures = 0;
+    fail_each_allocation([&] { response = call(handler, request); },
+                         [&](bool) {
+                             const bool whole =
+                                 std::ranges::all_of(members, [&](const std::string &member) {
+                                     return response.find("\t\"" + member + "\"") != response.npos;
+                                 });
+                             const bool failed = response.ends_with("-1\n}");
+                             EXPECT_TRUE(response.empty() || whole != failed) << response;
+                             failures += failed ? 1 : 0;
+                         });
+    EXPECT_GE(failures, members.size());
+}
+
+void Device::expect_whole_or_nothing(const std::function<int()> &act, const std::string &upload) {
+    int result = 0;
+    const size_t before = uploads(upload).size();
+    const int runs =
+        fail_each_allocation([&] { result = act(); },
+                             [&](bool passed) {
+                                 EXPECT_EQ(result, passed ? 0 : -1);
+                                 EXPECT_EQ(uploads(upload).size(), before + (passed ? 1 : 0));
+                             });
+    EXPECT_GT(runs, 5);
 }
 
 int fail_each_allocation(const std::function<void()> &act,

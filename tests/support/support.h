@@ -17,11 +17,13 @@
 #include <vector>
 
 #include "handler.h"
+#include "nxapi/local.h"
 #include "tests/support/temp_folder.h"
-#include "virtual/ap/vap.h"
-#include "virtual/nxapi/local.h"
+#include "virtual/vap.h"
 
 namespace test {
+
+using Lines = std::vector<std::string>;
 
 class Device : public ::testing::Test {
   protected:
@@ -35,8 +37,19 @@ class Device : public ::testing::Test {
     /** The same, parsed. */
     vap::Json answer(nx_handler handler, const std::string &request = "");
 
+    /** The verdict alone, "resp_code". */
+    int verdict(nx_handler handler, const std::string &request = "") {
+        return answer(handler, request).at("resp_code").get<int>();
+    }
+
+    /** Hands a text to a parser of downloaded configuration; the parser's result. */
+    static int parse(int (*parser)(const cJSON *), const std::string &text);
+
     /** Sets committed configuration, before the agent does anything. */
     void set(const std::string &key, const std::string &value) { vap::config_set(key, value); }
+
+    /** Puts the device under local management, which refuses most commands. */
+    void manage_locally();
 
     /** What a key holds now, pending writes included; "(absent)" without one. */
     static std::string get(const std::string &key);
@@ -44,10 +57,10 @@ class Device : public ::testing::Test {
     /** The journal since the last look, one line an effect: the operation and
      *  its arguments, "SetValue sys.timezone 20"; uploads stand in their place as
      *  "nx_api_alarm_upload <text>". Null arguments read "null". */
-    std::vector<std::string> effects();
+    Lines effects();
 
     /** The same, only the effects whose operation is one of these. */
-    std::vector<std::string> effects(const std::vector<std::string> &operations);
+    Lines effects(const Lines &operations);
 
     /** Uploads so far under one name. */
     std::vector<nxapi::Upload> uploads(const std::string &name);
@@ -67,6 +80,15 @@ class Device : public ::testing::Test {
 
     /** Standard output of the agent while `act` runs, with tracing on or off. */
     static std::string output_of(const std::function<void()> &act, bool traced = true);
+
+    /** Refuses a command each allocation of cJSON in turn: it loses none, and an answer
+     *  that leaves has these members or fails, for the lack of each once at least. */
+    void expect_members_or_failure(nx_handler handler, const std::string &request,
+                                   const Lines &members);
+
+    /** Refuses an upload each allocation of cJSON in turn: it loses none and gives -1
+     *  without an upload of this name, until it gives 0 with one. */
+    void expect_whole_or_nothing(const std::function<int()> &act, const std::string &upload);
 
     const std::filesystem::path &folder() const { return folder_.path(); }
 

@@ -1,8 +1,13 @@
 #include "topo/server.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <chrono>
 #include <thread>
 
 #include "builtin.h"
+#include "file.h"
 #include "json.h"
 #include "ops/nx_dev_api.h"
 #include "tests/support/support.h"
@@ -11,17 +16,30 @@
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
 using vap::Json;
+
+std::function<void()> before_send;
+
+}  // namespace
+
+// The linker leads the calls of the agent's objects here.
+extern "C" ssize_t __real_send(int fd, const void *data, size_t size, int flags);
+extern "C" ssize_t __wrap_send(int fd, const void *data, size_t size, int flags) {
+    if (before_send) {
+        before_send();
+    }
+    return __real_send(fd, data, size, flags);
+}
+
+namespace {
 
 class Server : public test::Device {
   protected:
     Server() {
         topo_upport = 224;
         topo_server_set({});
+        dev_api();
         vap::clear_journal();
     }
 
@@ -60,9 +78,9 @@ TEST_F(Server, TakesTheServerFromTheCloud) {
         {R"({"server_proto":"0123456789abcdef"})", "0.0.0.0", "0", "0123456789abcde"},
     };
     for (const Row &row : rows) {
-        std::string response;
-        const auto [code, info] = sent([&] { response = call(server_info, row.request); });
-        EXPECT_EQ(response, "{\n\t\"resp_code\":\t0\n}");
+        const auto [code, info] = sent([&] {
+            EXPECT_EQ(nxapi::call("dev", 20, row.request).response, "{\n\t\"resp_code\":\t0\n}");
+        });
         EXPECT_STREQ(topo_serverip, row.ip);
         EXPECT_STREQ(topo_serverport, row.port);
         EXPECT_STREQ(topo_server_proto, row.proto);
@@ -73,14 +91,6 @@ TEST_F(Server, TakesTheServerFromTheCloud) {
                               {"pass_throuth_ip", NX_RESOLVER},
                               {"pass_throuth_port", "514"}}));
     }
-}
-
-TEST_F(Server, ServesSlot20) {
-    ASSERT_EQ(dev_api(), 0);
-    EXPECT_EQ(nxapi::call("dev", 20, R"({"server_ip":1})").result, 0);
-    EXPECT_STREQ(topo_serverip, "0.0.0.1");
-    EXPECT_THAT(output_of([] { nxapi::call("dev", 20, R"({"server_ip":1})"); }),
-                HasSubstr("] : \ntopo server info :{\n\t\"server_ip\":\t1\n}\n"));
 }
 
 TEST_F(Server, CopiesTheTextsWhole) {
@@ -102,17 +112,11 @@ TEST_F(Server, CopiesTheTextsWhole) {
     EXPECT_EQ(torn, 0);
 }
 
-TEST_F(Server, SendsNothingThatIsNotWhole) {
+TEST_F(Server, SendsNothingWithoutAnObject) {
     EXPECT_EQ(km_net_topo_set_valid_interface(nullptr), 1);
     EXPECT_EQ(km_net_topo_set_server_info(nullptr), 1);
     EXPECT_EQ(km_net_topo_get_server_in_which_port(nullptr), 1);
-    int failing = 0;
-    do {
-        EXPECT_THAT(effects(), IsEmpty());
-        const test::JsonAllocations allocations(++failing);
-        ntdd_set_server_info("1.2.3.4", "1", "tcp");
-    } while (test::JsonAllocations::made() >= failing);
-    EXPECT_THAT(effects(), SizeIs(1));
+    EXPECT_THAT(effects(), IsEmpty());
 }
 
 TEST_F(Server, NamesTheInterfacesThatCount) {
@@ -162,8 +166,6 @@ TEST_F(Server, AsksTheModuleForTheServersPort) {
     }
     answer_of({{"silent", true}});
     EXPECT_EQ(asked(), std::pair(0, std::string("{}"))) << "no answer is no failure";
-    EXPECT_THAT(output_of(ntdd_get_server_in_which_port), IsEmpty());
-    EXPECT_EQ(topo_upport, 1);
 }
 
 TEST_F(Server, FollowsTheModulesEvents) {
@@ -171,9 +173,7 @@ TEST_F(Server, FollowsTheModulesEvents) {
         ntdd_server_in_which_port_event_callback("net_topo.server_port.from_kernel", text,
                                                  static_cast<int>(strlen(text)), nullptr);
     };
-    const std::string traced = output_of([&] { event(R"({"port":255,"if_name":"wlan0-vxd"})"); });
-    EXPECT_THAT(traced, HasSubstr("server in port 255\n"));
-    EXPECT_THAT(traced, HasSubstr("wlan0-vxd"));
+    event(R"({"port":255,"if_name":"wlan0-vxd"})");
     EXPECT_EQ(topo_upport, 255);
     for (const char *nothing : {"", "null", R"({"if_name":"eth0"})", R"({"port":"3"})"}) {
         event(nothing);
@@ -188,25 +188,39 @@ TEST_F(Server, SendsTheMarkerPacket) {
     send_pass_route_data("no address", "0a-1b-2c-3d", 0);  // any separator; the rest is missing
     EXPECT_THAT(effects(), ElementsAre("sendto 1234567887654321ffffffff0a1b2c3d00000000" + to));
     vap::fail("socket");
-    EXPECT_THAT(output_of([] { EXPECT_EQ(send_pass_route_data("1.1.1.1", "", 0), -1); }),
-                HasSubstr("create socket fail!\n"));
+    EXPECT_EQ(send_pass_route_data("1.1.1.1", "", 0), -1);
     vap::fail("sendto");
-    EXPECT_THAT(output_of([] { EXPECT_EQ(send_pass_route_data("1.1.1.1", "", 0), -1); }),
-                HasSubstr("send udp packet faild....!\n"));
+    EXPECT_EQ(send_pass_route_data("1.1.1.1", "", 0), -1);
 }
 
 TEST_F(Server, AsksLocalDiscoveryWithoutHangingOnIt) {
-    EXPECT_EQ(output_of([] { EXPECT_EQ(active_autodiscover(), 1); }), "");
+    EXPECT_EQ(active_autodiscover(), 1);
     EXPECT_THAT(effects({"autodiscover"}), ElementsAre("autodiscover 01" + std::string(126, '0')));
     vap::patch_hardware({{"discovery", "silent"}});
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(active_autodiscover(), 1);
-    vap::fail("connect");
-    const std::string traced = output_of([] { EXPECT_EQ(active_autodiscover(), 1); });
-    EXPECT_THAT(traced, HasSubstr("connect the server error\n"));
-    EXPECT_THAT(traced, HasSubstr("write to server error\n")) << "and no SIGPIPE";
-    vap::fail("socket");
-    EXPECT_THAT(output_of([] { EXPECT_EQ(active_autodiscover(), 1); }),
-                HasSubstr("creat socket error\n"));
+    const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited.count(), 0.9);
+    EXPECT_LT(waited.count(), 20);
+    for (const char *call : {"connect", "socket"}) {
+        vap::fail(call);
+        EXPECT_EQ(active_autodiscover(), 1) << call;
+    }
+}
+
+TEST_F(Server, OutlivesADiscoveryServiceThatHangsUp) {
+    vap::patch_hardware({{"discovery", "absent"}});
+    EXPECT_EQ(active_autodiscover(), 1);
+    const Fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof address.sun_path, "%s/root/tmp/auto.socket",
+             vap::folder().c_str());
+    ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener.get(), 1), 0);
+    before_send = [&] { close(accept(listener.get(), nullptr, nullptr)); };
+    EXPECT_EQ(active_autodiscover(), 1) << "and no SIGPIPE";
+    before_send = nullptr;
 }
 
 TEST_F(Server, LooksUpWiredStations) {

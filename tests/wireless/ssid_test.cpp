@@ -1,14 +1,14 @@
+#include <regex>
+
 #include "tests/support/support.h"
 #include "wireless/config_wifi.h"
 #include "wireless/wireless_api.h"
 
 namespace {
 
+using test::Lines;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
-
-using Lines = std::vector<std::string>;
 
 enum class Path { command, download };
 constexpr Path paths[] = {Path::command, Path::download};
@@ -21,13 +21,8 @@ class Ssid : public test::Device {
   protected:
     /** Hands a configuration to one path; "resp_code", or the parser's result. */
     int apply(Path path, const std::string &config) {
-        if (path == Path::command) {
-            return answer(wlan_config_set, config).at("resp_code").get<int>();
-        }
-        cJSON *parsed = cJSON_Parse(config.c_str());
-        const int result = config_wifi_wireless_parse(parsed);
-        cJSON_Delete(parsed);
-        return result;
+        return path == Path::command ? verdict(wlan_config_set, config)
+                                     : parse(config_wifi_wireless_parse, config);
     }
 
     /** What the paths do to the SSIDs: without the stamp of the command. */
@@ -72,26 +67,16 @@ TEST_F(Ssid, SetsKeyByKey) {
          R"({"ssidenable":0,"ssid":"x","encrypt":2,"security":0,"passwd":"y","vlan":"20",
              "time_close":1,"timeval":"z","client_quarantine":1})",
          {"enable 0", "nx.time_close 0"}},
-        {"every member missing", "{}", {"enable 0", "nx.time_close 0"}},
-        {"on, and every other member missing",
-         R"({"ssidenable":1})",
-         {"enable 1", "ssid ", "d:type 1", "hide 0", "security none", "bss_maxassoc 0",
-          "nx.time_close 0", "c:sta_isolate 0", "c:type 1"}},
         {"a member of another type counts as missing; a key is found in any case",
          R"({"SSIDEnable":1,"ssid":5,"hide":"1","encrypt":"2","security":"0","passwd":7,"vlan":20,
-             "max_conn":"3","time_close":true,"timeval":1,"client_quarantine":[1]})",
+             "max_conn":"3","time_close":1,"timeval":1,"client_quarantine":[1]})",
          {"enable 1", "ssid ", "d:type 1", "hide 0", "security none", "bss_maxassoc 0",
-          "nx.time_close 0", "c:sta_isolate 0", "c:type 1"}},
+          "nx.time_close 1", "nx.timeval ", "c:sta_isolate 0", "c:type 1"}},
         {"numbers that mean neither on nor off",
          R"({"ssidenable":-3,"hide":7,"encrypt":5,"max_conn":-1,"time_close":2,
              "client_quarantine":2})",
          {"enable -3", "ssid ", "d:type 1", "hide 1", "bss_maxassoc -1", "c:type 1"}},
-        {"fractions and numbers beyond 32 bits",
-         R"({"ssidenable":1.9,"ssididx":4294967296,"encrypt":1e300,"max_conn":3232235777})",
-         {"enable 1", "ssid ", "d:type 1", "hide 0", "security none", "bss_maxassoc -1062731519",
-          "nx.time_close 0", "c:sta_isolate 0", "c:type 1"}},
         {"no object at all", "7", {"enable 0", "nx.time_close 0"}},
-        {"no object at all", "null", {"enable 0", "nx.time_close 0"}},
         {"an array of objects is no object",
          R"([{"ssidenable":1}])",
          {"enable 0", "nx.time_close 0"}},
@@ -100,44 +85,42 @@ TEST_F(Ssid, SetsKeyByKey) {
         for (const Path path : paths) {
             Lines expected = row.keys;
             expected.insert(expected.end(), {"! CommitCfm", "! send_wifi_msg_handle 1 0"});
-            EXPECT_THAT(applied(path, "{\"radio1\":[" + std::string(row.ssid) + "]}"),
-                        ElementsAreArray(lines_of(path, expected)))
+            EXPECT_EQ(applied(path, "{\"radio1\":[" + std::string(row.ssid) + "]}"),
+                      lines_of(path, expected))
                 << name_of(path) << ": " << row.why;
         }
     }
 }
 
 TEST_F(Ssid, SetsSecurityByCode) {
+    const Lines keys{"wpapsk_crypto aes", "wpapsk_psk p", "key_uptime 0"};
     struct Row {
         int encrypt;
-        Lines keys;
+        const char *security, *type;
     } const rows[] = {
-        {0, {"security none"}},
-        {1, {"security wpapsk", "wpapsk_type psk"}},
-        {2, {"security wpapsk", "wpapsk_type psk2"}},
-        {3, {"security wpapsk", "wpapsk_type psk2"}},
-        {4, {"security wpapsk", "wpapsk_type psk2"}},
-        {5, {}},   // what the report says of a mode that it does not know
-        {-1, {}},  // not the first mode counted backwards
+        {0, "security none", nullptr},
+        {1, "security wpapsk", "wpapsk_type psk"},
+        {3, "security wpapsk", "wpapsk_type psk2"},
+        {4, "security wpapsk", "wpapsk_type psk2"},
+        {5, nullptr, nullptr},   // what the report says of a mode that it does not know
+        {-1, nullptr, nullptr},  // not the first mode counted backwards
     };
     for (const Row &row : rows) {
-        for (const Path path : paths) {
-            Lines expected = row.keys;
-            if (expected.size() == 2) {
-                expected.insert(expected.end(),
-                                {"wpapsk_crypto aes", "wpapsk_psk p", "key_uptime -5"});
-            }
-            Lines lines = applied(path, R"({"radio2":[{"ssididx":3,"ssidenable":1,"security":0,
-                "passwd":"p","update_time":-5,"encrypt":)" +
-                                            std::to_string(row.encrypt) + "}]}");
-            std::erase_if(lines, [](const std::string &line) {
-                return line.find("wpapsk") == std::string::npos &&
-                       line.find("security") == std::string::npos &&
-                       line.find("key_uptime") == std::string::npos;
-            });
-            EXPECT_THAT(lines, ElementsAreArray(lines_of(path, expected, "wl5g.ssid3.")))
-                << name_of(path) << " " << row.encrypt;
+        Lines expected{"enable 1", "ssid ", "type 1", "hide 0"};
+        if (row.security != nullptr) {
+            expected.emplace_back(row.security);
         }
+        if (row.type != nullptr) {
+            expected.emplace_back(row.type);
+            expected.insert(expected.end(), keys.begin(), keys.end());
+        }
+        expected.insert(expected.end(), {"bss_maxassoc 0", "nx.time_close 0", "! CommitCfm",
+                                         "! send_wifi_msg_handle 1 1"});
+        EXPECT_EQ(applied(Path::download, R"({"radio2":[{"ssididx":3,"ssidenable":1,"security":0,
+                      "passwd":"p","encrypt":)" +
+                                              std::to_string(row.encrypt) + "}]}"),
+                  lines_of(Path::download, expected, "wl5g.ssid3."))
+            << row.encrypt;
     }
 }
 
@@ -197,8 +180,7 @@ TEST_F(Ssid, TakesEachRadioForItself) {
     };
     for (const Row &row : rows) {
         for (const Path path : paths) {
-            EXPECT_THAT(applied(path, row.config), ElementsAreArray(row.lines))
-                << name_of(path) << ": " << row.why;
+            EXPECT_EQ(applied(path, row.config), row.lines) << name_of(path) << ": " << row.why;
         }
     }
 }
@@ -207,39 +189,30 @@ TEST_F(Ssid, GoesOnOrStopsWhenACommitFails) {
     const std::string config = R"({"radio1":[],"radio2":[]})";
     struct Row {
         int failing;  // which commit
-        int times;
-        Lines command;
-        Lines download;
+        Lines command, download;
     } const rows[] = {
-        {1, 1, {"CommitCfm", "CommitCfm", "send_wifi_msg_handle 1 1"}, {"CommitCfm"}},
+        {1, {"CommitCfm", "CommitCfm", "send_wifi_msg_handle 1 1"}, {"CommitCfm"}},
         {2,
-         1,
          {"CommitCfm", "send_wifi_msg_handle 1 0", "CommitCfm"},
          {"CommitCfm", "send_wifi_msg_handle 1 0", "CommitCfm"}},
-        {1, 2, {"CommitCfm", "CommitCfm"}, {"CommitCfm"}},
     };
     for (const Row &row : rows) {
-        vap::fail("CommitCfm", row.failing, row.times);
+        vap::fail("CommitCfm", row.failing);
         EXPECT_EQ(apply(Path::command, config), 0) << "a failed commit is not told";
-        EXPECT_THAT(effects({"CommitCfm", "send_wifi_msg_handle"}), ElementsAreArray(row.command));
+        EXPECT_EQ(effects({"CommitCfm", "send_wifi_msg_handle"}), row.command);
         vap::fail("CommitCfm", row.failing);
         EXPECT_EQ(apply(Path::download, config), -1);
-        EXPECT_THAT(effects(), ElementsAreArray(row.download));
+        EXPECT_EQ(effects(), row.download);
     }
 }
 
-TEST_F(Ssid, CommandStampsFirstAndSavesTheStampWithARadio) {
+TEST_F(Ssid, CommandStampsFirstAndIsRefusedUnderLocalManagement) {
     EXPECT_EQ(apply(Path::command, R"({"timestamp":1700000001})"), 0);
     EXPECT_THAT(effects(), ElementsAre("SetValue nx.wireless_timestamp 1700000001"));
     apply(Path::command, R"({"timestamp":5,"radio2":[]})");
     EXPECT_THAT(effects(), ElementsAre("SetValue nx.wireless_timestamp 5", "CommitCfm",
                                        "send_wifi_msg_handle 1 1"));
-}
-
-TEST_F(Ssid, CommandIsRefusedUnderLocalManagement) {
-    set("nx.manage.en", "1");
-    set("nx.manage.mode", "2");
-    effects();
+    manage_locally();
     EXPECT_EQ(apply(Path::command, R"({"timestamp":1,"radio1":[{"ssidenable":1}]})"), -1);
     EXPECT_THAT(effects(), IsEmpty());
     EXPECT_EQ(apply(Path::download, R"({"radio1":[]})"), 0) << "the download asks nobody";
@@ -248,36 +221,25 @@ TEST_F(Ssid, CommandIsRefusedUnderLocalManagement) {
 }
 
 TEST_F(Ssid, TracesWhatItDoes) {
-    const std::string config = R"({"radio1":[{"ssidenable":1},{"ssidenable":1,"encrypt":1},
-        {"ssidenable":1,"encrypt":4}]})";
-    struct Row {
-        Path path;
-        Lines patterns;
-    } const rows[] = {
-        {Path::command,
-         {R"(\[wlan_config_set\]\[[0-9]+\] : none !)",
-          R"(\[wlan_config_set\]\[[0-9]+\] : WPA-PSK !)",
-          R"(\[wlan_config_set\]\[[0-9]+\] : WPA2-PSK !)",
-          R"(\[wlan_config_set\]\[[0-9]+\] : commitcfm err! wifi not restart!)",
-          R"(\[wlan_config_set\]\[[0-9]+\] : the cJSON_GetObjectItem err!)"}},
-        {Path::download,
-         {R"(\] : \[config_wifi_wireless_parse\]:\[[0-9]+\],none !)",
-          R"(\] : \[config_wifi_wireless_parse\]:\[[0-9]+\],WPA-PSK !)",
-          R"(\] : \[config_wifi_wireless_parse\]:\[[0-9]+\],WPA2-PSK !)",
-          R"(\] : \[config_wifi_wireless_parse\]:\[[0-9]+\] commitcfm err! wifi not restart!)"}},
-    };
-    for (const Row &row : rows) {
+    const auto traced = [&](Path path) {
         vap::fail("CommitCfm");
-        const std::string output = output_of([&] { apply(row.path, config); });
-        for (const std::string &pattern : row.patterns) {
-            EXPECT_THAT(output, ::testing::ContainsRegex(pattern + "\n"));
-        }
-    }
+        const std::string output = output_of(
+            [&] { apply(path, R"({"radio1":[{"ssidenable":1},{"ssidenable":1,"encrypt":1}]})"); });
+        return std::regex_replace(output, std::regex("\\[[0-9]+\\]"), "[]");
+    };
+    const std::string command = "[wlan_config_set][] : ";
+    EXPECT_THAT(traced(Path::command),
+                ::testing::HasSubstr("\n" + command + "none !\n" + command + "WPA-PSK !\n" +
+                                     command + "commitcfm err! wifi not restart!\n" + command +
+                                     "the cJSON_GetObjectItem err!\n"));
+    const std::string download = "[config_wifi_wireless_parse][] : [config_wifi_wireless_parse]:[]";
+    EXPECT_EQ(traced(Path::download), download + ",none !\n" + download + ",WPA-PSK !\n" +
+                                          download + " commitcfm err! wifi not restart!\n");
 }
 
 TEST_F(Ssid, SurvivesWhatNoCloudSends) {
     // Texts that the store refuses leave the values that stand.
-    const std::string huge(10'000'000, 'p');
+    const std::string huge(100'000, 'p');
     for (const Path path : paths) {
         EXPECT_EQ(apply(path, R"({"radio1":[{"ssidenable":1,"encrypt":1,"passwd":")" + huge +
                                   R"(","ssid":")" + huge + R"(","vlan":"1000)" +

@@ -1,0 +1,127 @@
+#include "tools/nxctl_output.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+
+#include "tools/cli.h"
+#include "tools/nxctl_commands.h"
+#include "tools/text.h"
+
+namespace nxctl {
+namespace {
+
+constexpr const char *to_the_second = "%Y-%m-%dT%H:%M:%S";
+
+struct UploadedFile {
+    std::string name;
+    size_t bytes;
+};
+
+UploadedFile file_of(const std::string &payload) {
+    const size_t header = std::min(payload.size(), file_header);
+    return {payload.substr(0, std::min(header, payload.find('\0'))), payload.size() - header};
+}
+
+std::string formatted(int64_t seconds, const char *format, const std::string &fraction) {
+    const auto moment = static_cast<time_t>(seconds);
+    tm parts{};
+    char text[64];
+    if (gmtime_r(&moment, &parts) == nullptr ||
+        std::strftime(text, sizeof text, format, &parts) == 0) {
+        return "?";
+    }
+    return text + fraction + "Z";
+}
+
+}  // namespace
+
+void print(const std::string &text) {
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() ||
+        std::fflush(stdout) != 0) {
+        if (errno == EPIPE) {
+            std::signal(SIGPIPE, SIG_DFL);
+            std::raise(SIGPIPE);
+        }
+        throw tools::Failure(tools::cannot("write", "standard output"));
+    }
+}
+
+bool is_terminal() {
+    return isatty(STDOUT_FILENO) != 0;
+}
+
+size_t terminal_width() {
+    winsize size{};
+    const bool known = is_terminal() && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
+    return known ? size.ws_col : 0;
+}
+
+std::string one_row(const std::string &text) {
+    const size_t width = terminal_width();
+    return width > 0 && tools::columns(text) > width ? tools::cell(text, width) : text;
+}
+
+std::string utc(int64_t seconds) {
+    return formatted(seconds, to_the_second, "");
+}
+
+std::string utc_minutes(int64_t seconds) {
+    return formatted(seconds, "%Y-%m-%dT%H:%M", "");
+}
+
+std::string utc_now() {
+    using namespace std::chrono;
+    const auto now = system_clock::now().time_since_epoch();
+    const auto whole = floor<seconds>(now);
+    char fraction[8];
+    std::snprintf(fraction, sizeof fraction, ".%03d",
+                  static_cast<int>(floor<milliseconds>(now - whole).count()));
+    return formatted(whole.count(), to_the_second, fraction);
+}
+
+void Progress::show(const std::string &line) {
+    constexpr std::chrono::milliseconds pause{100};
+    const auto now = std::chrono::steady_clock::now();
+    if (isatty(STDERR_FILENO) != 0 && now >= shown_ + pause) {
+        std::fprintf(stderr, "\r%s\x1b[K", line.c_str());
+        shown_ = now;
+        visible_ = true;
+    }
+}
+
+void Progress::clear() {
+    if (visible_) {
+        std::fputs("\r\x1b[K", stderr);
+        visible_ = false;
+    }
+}
+
+Json upload_value(const std::string &kind, const std::string &payload) {
+    const Format format = format_of(kind);
+    if (format == Format::file) {
+        const UploadedFile file = file_of(payload);
+        return {{"name", file.name}, {"bytes", file.bytes}};
+    }
+    if (format == Format::json) {
+        if (auto value = parse_json(payload)) {
+            return *value;
+        }
+    }
+    return payload;
+}
+
+std::string upload_text(const std::string &kind, const std::string &payload) {
+    if (format_of(kind) == Format::file) {
+        const UploadedFile file = file_of(payload);
+        return tools::indented("\"" + file.name + "\", " + std::to_string(file.bytes) + " bytes");
+    }
+    return tools::indented(payload, terminal_width());
+}
+
+}  // namespace nxctl
