@@ -1,7 +1,6 @@
 #include "tools/nxctl_session.h"
 
 #include <mqtt_protocol.h>
-#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -308,6 +307,23 @@ void Session::step() {
     }
 }
 
+pollfd Session::wanted() const {
+    return {mosquitto_socket(mosq_.get()), wanted_events(), 0};
+}
+
+void Session::take(short ready) {
+    if (tcp_pending_ && ready != 0) {
+        take_tcp(ready);
+    }
+    if (!tcp_pending_) {
+        last_in_ = (ready & POLLIN) != 0 ? Clock::now() : last_in_;
+        step();
+    }
+    if (!connected_ && (ready & (POLLHUP | POLLERR)) != 0) {
+        fail(MOSQ_ERR_CONN_LOST, 0);
+    }
+}
+
 bool Session::work(const std::function<bool()> &done, Clock::time_point until) {
     while (!done()) {
         const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
@@ -315,18 +331,9 @@ bool Session::work(const std::function<bool()> &done, Clock::time_point until) {
             return false;
         }
         const auto wait = static_cast<int>(std::min(left, milliseconds(1000)).count());
-        pollfd broker{mosquitto_socket(mosq_.get()), wanted_events(), 0};
+        pollfd broker = wanted();
         poll(&broker, 1, wait);
-        if (tcp_pending_ && broker.revents != 0) {
-            take_tcp(broker.revents);
-        }
-        if (!tcp_pending_) {
-            last_in_ = (broker.revents & POLLIN) != 0 ? Clock::now() : last_in_;
-            step();
-        }
-        if (!connected_ && (broker.revents & (POLLHUP | POLLERR)) != 0) {
-            fail(MOSQ_ERR_CONN_LOST, 0);
-        }
+        take(broker.revents);
     }
     return true;
 }

@@ -5,6 +5,7 @@
 #define TOOLS_NXCTL_SESSION_H
 
 #include <mosquitto.h>
+#include <poll.h>
 
 #include <chrono>
 #include <exception>
@@ -79,6 +80,11 @@ class Session {
 
     /** Works until `done`, or until the time is over: false. */
     bool work(const std::function<bool()> &done, Clock::time_point until);
+
+    /** For a loop of one's own in place of `work`: what to wait for, and what to do then,
+     *  also now and then when nothing came. */
+    pollfd wanted() const;
+    void take(short ready);
 
     std::function<void(const Received &)> on_message = [](const Received &) {};
 
