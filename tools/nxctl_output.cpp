@@ -32,7 +32,7 @@ std::string formatted(int64_t seconds, const char *format, const std::string &fr
     const auto moment = static_cast<time_t>(seconds);
     tm parts{};
     char text[64];
-    if (gmtime_r(&moment, &parts) == nullptr ||
+    if (moment != seconds || gmtime_r(&moment, &parts) == nullptr ||
         std::strftime(text, sizeof text, format, &parts) == 0) {
         return "?";
     }

@@ -181,8 +181,8 @@ class NxctlConfig : public test::NxctlTool {
     NxctlConfig() {
         vap::create_device(folder.path() / "ap", {.serial = "SN1"});
         agent = std::make_unique<test::Child>(
-            std::vector<std::string>{NORVEX_RUN_DIR "/vap", "run", path("ap"), "--broker",
-                                     broker.url()},
+            std::vector<std::string>{NORVEX_RUN_DIR "/vap", "run", path("ap"), "--agent",
+                                     NORVEX_RUN_DIR "/norvex", "--broker", broker.url()},
             path("log"));
         test::eventually([&] { return run("call SN1 server_status --wait").exit == 0; });
     }
