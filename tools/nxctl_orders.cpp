@@ -134,6 +134,9 @@ void Orders::send(Order &order) {
 void Orders::rest(Order &order, Order::State state, double seconds) {
     order.state = state;
     order.deadline = after(seconds);
+    if (state == Order::State::waiting) {
+        order.upload.reset();
+    }
     moved_ = true;
 }
 
@@ -194,10 +197,12 @@ void Orders::take_answer(Order &order, const Received &message) {
     }
 }
 
-// An upload may come before the answer; only the identity that follows a restart cannot.
+// An upload may come before the answer, though not before the command; only the identity
+// that follows a restart comes behind both.
 void Orders::take_upload(Order &order, const Received &message) {
     const bool is_identity = message.topic.ends_with(topics::identity);
-    if (message.retained || !form_.is_mine(message) || (is_identity && !order.answer)) {
+    if (message.retained || !form_.is_mine(message) || order.state == Order::State::waiting ||
+        (is_identity && !order.answer)) {
         return;
     }
     const Received upload = message;
