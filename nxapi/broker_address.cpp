@@ -84,8 +84,8 @@ const char *broker_list_fault(std::string_view text, std::vector<BrokerAddress> 
     return fault;
 }
 
-bool parse_broker(std::string_view text, BrokerAddress &address, std::string &why) {
-    const char *fault = broker_fault(text, address);
+bool parse_brokers(std::string_view text, std::vector<BrokerAddress> &addresses, std::string &why) {
+    const char *fault = broker_list_fault(text, addresses);
     if (fault != nullptr) {
         why = text.find(user_mark) == text.npos ? '"' + std::string(text) + '"'
                                                 : "the broker address";

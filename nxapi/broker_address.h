@@ -27,7 +27,7 @@ const char *broker_list_fault(std::string_view text, std::vector<BrokerAddress> 
 
 /** The same for what a person typed: on failure `why` gets the whole sentence. A text
  *  that may hold a password is not repeated in it. */
-bool parse_broker(std::string_view text, BrokerAddress &address, std::string &why);
+bool parse_brokers(std::string_view text, std::vector<BrokerAddress> &addresses, std::string &why);
 
 /** Reads a decimal number between two bounds, all of the text. */
 bool parse_number(std::string_view text, long least, long most, long &number);
