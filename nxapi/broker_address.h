@@ -22,10 +22,12 @@ struct BrokerAddress {
  *  the address is left alone. */
 const char *broker_fault(std::string_view text, BrokerAddress &address);
 
-/** The same for several, with commas between them; a list that has a fault stays empty. */
-const char *broker_list_fault(std::string_view text, std::vector<BrokerAddress> &addresses);
+/** The same for several, with commas between them; a list that has a fault stays empty,
+ *  and `which` gets the part that has it. */
+const char *broker_list_fault(std::string_view text, std::vector<BrokerAddress> &addresses,
+                              std::string_view *which = nullptr);
 
-/** The same for what a person typed: on failure `why` gets the whole sentence. A text
+/** The same for what a person typed: on failure `why` gets the whole sentence. A part
  *  that may hold a password is not repeated in it. */
 bool parse_brokers(std::string_view text, std::vector<BrokerAddress> &addresses, std::string &why);
 
