@@ -261,7 +261,7 @@ void add_call_command(CLI::App &app, const Options &options) {
                  command_names);
     command->add_option("JSON", wish->request, "Request; @FILE reads a file, - standard input");
     add_filter_options(*command, wish->filter);
-    command->add_flag("--all", wish->all, "Every device that the broker knows");
+    command->add_flag("--all", wish->all, "Every device that the brokers know");
     command->add_flag("--check", wish->form.checks, "Check the request and the response");
     command->add_flag("--wait", wish->form.waits, "Wait for a device that is away");
     command->add_flag("--follow", wish->follow, "Wait for the upload that completes the order");

@@ -46,18 +46,30 @@ constexpr std::array device_columns{
 
 using Widths = std::array<size_t, device_columns.size()>;
 
-/** As wide as titles and texts need; 0 for a column that is left out. */
+constexpr std::string_view gap = "  ";
+
+/** As wide as titles and texts need; 0 for a column that is left out: an optional one that
+ *  nobody fills, and the last ones when the terminal is too narrow for them. */
 Widths widths_of(const std::vector<Listed> &rows) {
     Widths widths{};
+    const size_t room = terminal_width();
+    size_t end = 0;
     for (size_t i = 0; i < device_columns.size(); ++i) {
         const Column &column = device_columns[i];
         size_t used = 0;
         for (const Listed &row : rows) {
             used = std::max(used, tools::columns(tools::shown(column.text(row))));
         }
+        if (column.is_optional && used == 0) {
+            continue;
+        }
         const size_t title = std::string_view(column.title).size();
-        widths[i] =
-            column.is_optional && used == 0 ? 0 : std::min(std::max(used, title), column.widest);
+        const size_t width = std::min(std::max(used, title), column.widest);
+        end += (i == 0 ? 0 : gap.size()) + width;
+        if (room > 0 && end > room && i > 0) {
+            break;
+        }
+        widths[i] = width;
     }
     return widths;
 }
@@ -67,7 +79,8 @@ std::string line_of(const Widths &widths, Text text) {
     std::string line;
     for (size_t i = 0; i < device_columns.size(); ++i) {
         if (widths[i] > 0) {
-            line += (line.empty() ? "" : "  ") + tools::cell(text(device_columns[i]), widths[i]);
+            line.append(line.empty() ? "" : gap)
+                .append(tools::cell(text(device_columns[i]), widths[i]));
         }
     }
     line.erase(line.find_last_not_of(' ') + 1);
@@ -122,7 +135,7 @@ void list(const Options &options, const ListWish &wish) {
 }  // namespace
 
 void add_devices_command(CLI::App &app, const Options &options) {
-    CLI::App *command = app.add_subcommand("devices", "Lists the devices that the broker knows");
+    CLI::App *command = app.add_subcommand("devices", "Lists the devices that the brokers know");
     command->footer(
         "Examples:\n"
         "  nxctl devices 'SN*' --offline\n"

@@ -111,7 +111,7 @@ void forget(const Options &options, const ForgetWish &wish) {
 
 void add_forget_command(CLI::App &app, const Options &options) {
     CLI::App *command =
-        app.add_subcommand("forget", "Clears what the broker keeps of devices that are gone");
+        app.add_subcommand("forget", "Clears what the brokers keep of devices that are gone");
     command->footer(
         "Examples:\n"
         "  nxctl forget SN0001\n"

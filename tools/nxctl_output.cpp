@@ -41,6 +41,12 @@ std::string formatted(double seconds, const char *format) {
     return text;
 }
 
+/** Columns of the terminal on a descriptor; 0 when there is none. */
+size_t width_of(int fd) {
+    winsize size{};
+    return ioctl(fd, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
 }  // namespace
 
 void print(const std::string &text) {
@@ -64,9 +70,7 @@ bool is_terminal() {
 }
 
 size_t terminal_width() {
-    winsize size{};
-    const bool known = is_terminal() && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
-    return known ? size.ws_col : 0;
+    return width_of(STDOUT_FILENO);
 }
 
 std::string one_row(const std::string &text) {
@@ -96,7 +100,11 @@ void Progress::show(const std::string &line) {
     constexpr std::chrono::milliseconds pause{100};
     const auto now = std::chrono::steady_clock::now();
     if (isatty(STDERR_FILENO) != 0 && now >= shown_ + pause) {
-        std::fprintf(stderr, "\r%s\x1b[K", line.c_str());
+        // A line that wraps could not be taken away, nor one that fills the last column.
+        const size_t width = width_of(STDERR_FILENO);
+        const bool fits = width == 0 || line.size() < width;
+        std::fprintf(stderr, "\r%s\x1b[K",
+                     fits ? line.c_str() : tools::cell(line, width - 1).c_str());
         shown_ = now;
         visible_ = true;
     }
