@@ -194,11 +194,13 @@ void Session::open(const std::string &host) {
     errno = 0;
     const int result =
         mosquitto_connect_async(mosq_.get(), host.c_str(), broker_[0].port, keepalive_s);
+    const int error = errno;
     // With TLS, libmosquitto neither says whether TCP is on its way nor leaves its error.
-    tcp_pending_ = true;
-    tcp_error_ = errno == EINPROGRESS || errno == EAGAIN ? 0 : errno;
+    // What fails at once may be TCP or TLS, which has its own errno.
+    tcp_pending_ = result <= 0 || (result != MOSQ_ERR_TLS && error != EPROTO);
+    tcp_error_ = error == EINPROGRESS || error == EAGAIN ? 0 : error;
     if (result > 0) {
-        fail(result, errno);
+        fail(result, error);
     }
 }
 
@@ -214,10 +216,14 @@ std::string Session::reason(int result, int error) const {
         return "TLS: the broker's certificate does not come from --ca FILE, is not for this host, "
                "or is out of date";
     }
-    const bool told = !problem.empty() && problem.find("alert") == problem.npos;
-    return "TLS: " + (told ? problem
-                           : "the broker wants a certificate that it knows, see --cert and --key" +
-                                 (problem.empty() ? problem : ": " + problem));
+    if (problem.empty()) {
+        return "TLS: the broker ended the handshake: it wants a certificate that it knows, see "
+               "--cert and --key, or speaks no TLS";
+    }
+    const bool is_alert = problem.find("alert") != problem.npos;
+    return (is_alert ? "TLS: the broker wants a certificate that it knows, see --cert and --key: "
+                     : "TLS: ") +
+           problem;
 }
 
 void Session::fail(int result, int error) const {
