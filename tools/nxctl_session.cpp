@@ -296,7 +296,8 @@ std::optional<int> Session::publish(const Sent &message) {
 // libmosquitto wants to write throughout a TLS handshake, though it waits for the broker.
 pollfd Session::wanted() const {
     const bool handshake = broker_[0].tls && !connected_;
-    const bool writes = !handshake && mosquitto_want_write(mosq_.get());
+    const bool asks = connected_ && !to_ask_.empty();
+    const bool writes = asks || (!handshake && mosquitto_want_write(mosq_.get()));
     const int events = tcp_pending_ ? POLLOUT : writes ? POLLIN | POLLOUT : POLLIN;
     return {mosquitto_socket(mosq_.get()), static_cast<short>(events), 0};
 }
