@@ -152,6 +152,18 @@ TEST_F(Nxctl, ShowsTheCatalogue) {
     }
 }
 
+TEST_F(Nxctl, HelpFitsATerminal) {
+    for (const char *command : {"", "devices", "call", "watch", "config", "config save", "forget",
+                                "commands", "completion", "man"}) {
+        std::istringstream lines(run(command + std::string(" --help")).out);
+        size_t count = 0;
+        for (std::string line; std::getline(lines, line); ++count) {
+            EXPECT_LE(line.size(), 80U) << line;
+        }
+        EXPECT_GT(count, 5U) << command;
+    }
+}
+
 // Each example is what its command takes, and the documentation shows the same members.
 TEST_F(Nxctl, HoldsOneTruthAboutRequests) {
     const std::string page = test::text_of(NORVEX_SOURCE_DIR "/docs/commands.md");
