@@ -18,10 +18,12 @@
 namespace {
 
 /** Keeps the GNU C library from giving each worker thread a heap of its own, which costs
- *  more memory than the whole agent. Other libraries have one heap anyway. */
-void share_one_heap() {
+ *  more memory than the whole agent, and from holding on to the buffer that the system
+ *  log is read into. Other libraries have one heap anyway. */
+void keep_heap_small() {
 #ifdef M_ARENA_MAX
     mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, 64 * 1024);
 #endif
 }
 
@@ -40,7 +42,7 @@ int nx_conn_notify() {
 }  // namespace
 
 int main(int, char **) {
-    share_one_heap();
+    keep_heap_small();
     if (apmib_init() == 0) {
         puts("Initialize AP MIB failed !");
         return -1;

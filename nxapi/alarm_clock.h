@@ -5,42 +5,24 @@
 #define NXAPI_ALARM_CLOCK_H
 
 #include <sys/timerfd.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdint>
+
+#include "nxapi/event.h"
 
 namespace nxapi {
 
-class AlarmClock {
+/** Readable once the time of `set` is over, until `clear`. */
+class AlarmClock : public CountingFd {
   public:
-    AlarmClock() : fd_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {}
-    AlarmClock(const AlarmClock &) = delete;
-    AlarmClock &operator=(const AlarmClock &) = delete;
-    ~AlarmClock() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-
-    /** Readable once the time of `set` is over, until `clear`; -1 when the system has
-     *  none left. */
-    int fd() const { return fd_; }
+    AlarmClock() : CountingFd(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {}
 
     /** Less than a second. */
     void set(std::chrono::milliseconds left) const {
         const auto ns = static_cast<long>(std::chrono::nanoseconds(left).count());
         const itimerspec once{{}, {0, ns}};
-        timerfd_settime(fd_, 0, &once, nullptr);
+        timerfd_settime(fd(), 0, &once, nullptr);
     }
-
-    void clear() const {
-        uint64_t count = 0;
-        [[maybe_unused]] const ssize_t taken = read(fd_, &count, sizeof(count));
-    }
-
-  private:
-    int fd_;
 };
 
 }  // namespace nxapi

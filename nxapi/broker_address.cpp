@@ -67,27 +67,30 @@ const char *broker_fault(std::string_view text, BrokerAddress &address) {
     return nullptr;
 }
 
-const char *broker_list_fault(std::string_view text, std::vector<BrokerAddress> &addresses) {
+const char *broker_list_fault(std::string_view text, std::vector<BrokerAddress> &addresses,
+                              std::string_view *which) {
     addresses.clear();
-    const char *fault = nullptr;
-    while (fault == nullptr) {
-        const size_t comma = text.find(',');
-        fault = broker_fault(text.substr(0, comma), addresses.emplace_back());
-        if (comma == text.npos) {
-            break;
+    for (;;) {
+        const std::string_view part = text.substr(0, text.find(','));
+        if (const char *fault = broker_fault(part, addresses.emplace_back())) {
+            addresses.clear();
+            if (which != nullptr) {
+                *which = part;
+            }
+            return fault;
         }
-        text.remove_prefix(comma + 1);
+        if (part.size() == text.size()) {
+            return nullptr;
+        }
+        text.remove_prefix(part.size() + 1);
     }
-    if (fault != nullptr) {
-        addresses.clear();
-    }
-    return fault;
 }
 
-bool parse_broker(std::string_view text, BrokerAddress &address, std::string &why) {
-    const char *fault = broker_fault(text, address);
+bool parse_brokers(std::string_view text, std::vector<BrokerAddress> &addresses, std::string &why) {
+    std::string_view part;
+    const char *fault = broker_list_fault(text, addresses, &part);
     if (fault != nullptr) {
-        why = text.find(user_mark) == text.npos ? '"' + std::string(text) + '"'
+        why = part.find(user_mark) == part.npos ? '"' + std::string(part) + '"'
                                                 : "the broker address";
         why.append(1, ' ').append(fault);
     }

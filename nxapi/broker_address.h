@@ -22,12 +22,14 @@ struct BrokerAddress {
  *  the address is left alone. */
 const char *broker_fault(std::string_view text, BrokerAddress &address);
 
-/** The same for several, with commas between them; a list that has a fault stays empty. */
-const char *broker_list_fault(std::string_view text, std::vector<BrokerAddress> &addresses);
+/** The same for several, with commas between them; a list that has a fault stays empty,
+ *  and `which` gets the part that has it. */
+const char *broker_list_fault(std::string_view text, std::vector<BrokerAddress> &addresses,
+                              std::string_view *which = nullptr);
 
-/** The same for what a person typed: on failure `why` gets the whole sentence. A text
+/** The same for what a person typed: on failure `why` gets the whole sentence. A part
  *  that may hold a password is not repeated in it. */
-bool parse_broker(std::string_view text, BrokerAddress &address, std::string &why);
+bool parse_brokers(std::string_view text, std::vector<BrokerAddress> &addresses, std::string &why);
 
 /** Reads a decimal number between two bounds, all of the text. */
 bool parse_number(std::string_view text, long least, long most, long &number);

@@ -5,12 +5,43 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <memory>
+#include <sstream>
 
 #include "tools/cli_tables.h"
 #include "tools/text.h"
 
 namespace tools {
 namespace {
+
+/** Help that fits a terminal. */
+class Formatter : public CLI::Formatter {
+  public:
+    std::string make_description(const CLI::App *app) const override {
+        return wrapped(app->get_description(), usual_width) + "\n";
+    }
+    std::string make_subcommand(const CLI::App *command) const override {
+        std::ostringstream out;
+        CLI::detail::format_help(out, command->get_name(), beside(command->get_description()),
+                                 get_column_width());
+        return out.str();
+    }
+    std::string make_option_desc(const CLI::Option *option) const override {
+        return beside(option->get_description());
+    }
+
+  private:
+    std::string beside(const std::string &text) const {
+        return wrapped(text, usual_width - get_column_width());
+    }
+};
+
+void format_all(CLI::App &app, const std::shared_ptr<CLI::FormatterBase> &formatter) {
+    app.formatter(formatter);
+    for (CLI::App *command : visible_commands(app)) {
+        format_all(*command, formatter);
+    }
+}
 
 /** The innermost subcommand that the command line named. */
 CLI::App *reached(CLI::App &app, std::string &name) {
@@ -117,6 +148,7 @@ int run(CLI::App &app, int argc, char **argv) {
     Shell shell;
     app.set_version_flag("--version", app.get_name() + " " NORVEX_VERSION, "Print the version");
     add_own_commands(app, shell);
+    format_all(app, std::make_shared<Formatter>());
     app.require_subcommand(1);
     const int status = parse(app, argc, argv);
     errno = 0;

@@ -5,7 +5,7 @@
 #include "tools/nxctl_options.h"
 
 int main(int argc, char **argv) {
-    CLI::App app("Drives access points through their broker", "nxctl");
+    CLI::App app("Drives access points through their brokers", "nxctl");
     app.footer(
         "Examples:\n"
         "  nxctl devices\n"
@@ -13,19 +13,24 @@ int main(int argc, char **argv) {
         "  nxctl call 'SN00*' reboot_download --follow\n"
         "  nxctl watch --kind alarm\n"
         "  nxctl commands wlan_config_set\n"
-        "  nxctl --broker mqtts://cloud.example --ca ca.crt --cert console.crt --key console.key "
-        "devices\n"
+        "  nxctl --broker mqtt://a.example,mqtt://b.example devices\n"
+        "  nxctl --broker mqtts://cloud.example --ca ca.crt --cert me.crt --key me.key \\\n"
+        "      watch\n"
         "  nxctl COMMAND --help\n"
         "\n"
-        "The password of --user stands in the environment, as NXCTL_PASSWORD, or in a file. A\n"
-        "profile in ~/.config/nxctl.json ($XDG_CONFIG_HOME/nxctl.json) holds all of it:\n"
+        "Brokers that serve a fleet side by side stand in one list, with commas. Those\n"
+        "that cannot be reached are told and left out.\n"
+        "\n"
+        "The password of --user stands in the environment, as NXCTL_PASSWORD, or in a\n"
+        "file. A profile in ~/.config/nxctl.json ($XDG_CONFIG_HOME/nxctl.json) holds all\n"
+        "of it:\n"
         "  {\"default\": \"office\",\n"
         "   \"profiles\": {\"office\": {\"broker\": \"mqtts://cloud.example\", \"user\": \"me\",\n"
         "     \"password_file\": \"office.password\", \"ca\": \"ca.crt\", \"cert\": \"me.crt\",\n"
         "     \"key\": \"me.key\"}}}\n"
         "Files in it are looked for beside it. An option counts before its environment\n"
-        "variable, that before the profile; the default profile counts where neither names a\n"
-        "broker.");
+        "variable, that before the profile; the default profile counts where neither\n"
+        "names a broker.");
     app.fallthrough();
     nxctl::Options options;
     nxctl::add_access_options(app, options);

@@ -91,8 +91,8 @@ void print_as_it_is(const std::string &payload, bool ends_line) {
     print(text);
 }
 
-void call_one(Session &session, const CallWish &wish, const std::string &serial) {
-    Orders orders(session, wish.form);
+void call_one(Brokers &brokers, const CallWish &wish, const std::string &serial) {
+    Orders orders(brokers, wish.form);
     int exit = done;
     std::string failure;
     orders.on_answer = [&](const Order &order) {
@@ -174,8 +174,8 @@ std::string for_people(const Order &order) {
     return text;
 }
 
-void call_many(Session &session, const CallWish &wish, const std::vector<std::string> &serials) {
-    Orders orders(session, wish.form);
+void call_many(Brokers &brokers, const CallWish &wish, const std::vector<std::string> &serials) {
+    Orders orders(brokers, wish.form);
     Progress progress;
     Tally tally;
     size_t ended = 0;
@@ -184,7 +184,7 @@ void call_many(Session &session, const CallWish &wish, const std::vector<std::st
         progress.clear();
         print(wish.json ? json_line(as_json(order)) : for_people(order));
         if (!wish.json && !order.failure.empty()) {
-            std::fprintf(stderr, "nxctl: %s\n", tools::shown(order.failure).c_str());
+            complain(order.failure);
         }
         progress.show(std::to_string(++ended) + " of " + tally.text(serials.size()));
     };
@@ -212,20 +212,20 @@ void call(const Options &options, CallWish &wish) {
     const std::vector<std::string> &serials = wish.filter.serials;
     const bool filtered =
         wish.all || wish.filter.narrows() || std::ranges::any_of(serials, is_pattern);
-    Session session(access_of(options));
+    Brokers brokers(access_of(options));
     if (!filtered && !wish.json && wish.whom != "-" && serials.size() == 1) {
-        call_one(session, wish, serials.front());
+        call_one(brokers, wish, serials.front());
         return;
     }
     Fleet fleet;
     if (filtered) {
-        load(session, fleet, wish.filter);
+        load(brokers, fleet, wish.filter);
     }
     const std::vector<std::string> whom = chosen(fleet, wish.filter);
     if (whom.empty()) {
         throw tools::Failure("no device is meant: the broker knows none of that kind", unanswered);
     }
-    call_many(session, wish, whom);
+    call_many(brokers, wish, whom);
 }
 
 constexpr const char *examples =
@@ -261,7 +261,7 @@ void add_call_command(CLI::App &app, const Options &options) {
                  command_names);
     command->add_option("JSON", wish->request, "Request; @FILE reads a file, - standard input");
     add_filter_options(*command, wish->filter);
-    command->add_flag("--all", wish->all, "Every device that the broker knows");
+    command->add_flag("--all", wish->all, "Every device that the brokers know");
     command->add_flag("--check", wish->form.checks, "Check the request and the response");
     command->add_flag("--wait", wish->form.waits, "Wait for a device that is away");
     command->add_flag("--follow", wish->follow, "Wait for the upload that completes the order");

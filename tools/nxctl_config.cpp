@@ -37,8 +37,8 @@ Form form_of(const char *name, std::string request, const ConfigWish &wish) {
 /** The upload that completes the order; throws when there is none. */
 Received run(const Options &options, Form form, const std::string &serial) {
     check_serial(serial);
-    Session session(access_of(options));
-    Orders orders(session, std::move(form));
+    Brokers brokers(access_of(options));
+    Orders orders(brokers, std::move(form));
     Received upload;
     orders.on_end = [&](const Order &order) {
         if (!order.failure.empty()) {

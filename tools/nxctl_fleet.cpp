@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 
 #include "nxapi/topics.h"
 
@@ -44,32 +45,71 @@ Presence presence_of(const std::string &status) {
             presence.online = online->get<bool>();
         }
         presence.connection = whole_number(*told, "connection").value_or(0);
-        presence.since = whole_number(*told, "since").value_or(0);
+        presence.since = number(*told, "since").value_or(0);
     }
     return presence;
 }
 
-std::string Device::told(const std::string &name) const {
-    if (identity.is_null()) {
-        return "";
+bool Presence::is_newer_than(const Presence &other) const {
+    const auto age = [](const Presence &one) {
+        return std::tuple(one.told, one.since, one.connection, one.online == true);
+    };
+    return age(*this) > age(other);
+}
+
+void Device::take(const std::string &below, const Received &message) {
+    if (below == topics::status) {
+        words_[message.broker].presence = presence_of(message.payload);
+    } else if (below == topics::identity) {
+        words_[message.broker].identity =
+            message.payload.empty() ? Json() : parse_json(message.payload).value_or("?");
     }
-    const bool missing = identity.is_object() && member(identity, name) == nullptr;
-    return missing ? "" : text(identity, name).value_or("?");
+}
+
+size_t Device::broker() const {
+    const auto newest = std::ranges::max_element(words_, [](const auto &a, const auto &b) {
+        return b.second.presence.is_newer_than(a.second.presence);
+    });
+    return newest == words_.end() ? 0 : newest->first;
+}
+
+Presence Device::presence_at(size_t broker) const {
+    const auto found = words_.find(broker);
+    return found == words_.end() ? Presence() : found->second.presence;
+}
+
+Presence Device::presence() const {
+    return presence_at(broker());
+}
+
+const Json &Device::identity() const {
+    static const Json none;
+    const auto newest = words_.find(broker());
+    if (newest != words_.end() && !newest->second.identity.is_null()) {
+        return newest->second.identity;
+    }
+    const auto any = std::ranges::find_if(
+        words_, [](const auto &word) { return !word.second.identity.is_null(); });
+    return any == words_.end() ? none : any->second.identity;
+}
+
+std::string Device::told(const std::string &name) const {
+    const Json &all = identity();
+    const bool missing = all.is_null() || (all.is_object() && member(all, name) == nullptr);
+    return missing ? "" : text(all, name).value_or("?");
 }
 
 void Fleet::take(const Received &message) {
     const auto place = place_of(message.topic);
-    if (place && place->below == topics::status) {
-        devices_[place->serial].presence = presence_of(message.payload);
-    } else if (place && place->below == topics::identity) {
-        Json &identity = devices_[place->serial].identity;
-        identity = message.payload.empty() ? Json() : parse_json(message.payload).value_or("?");
+    if (place && (place->below == topics::status || place->below == topics::identity)) {
+        devices_[place->serial].take(place->below, message);
     }
 }
 
-Presence Fleet::presence(const std::string &serial) const {
+const Device &Fleet::device(const std::string &serial) const {
+    static const Device unknown;
     const auto found = devices_.find(serial);
-    return found == devices_.end() ? Presence() : found->second.presence;
+    return found == devices_.end() ? unknown : found->second;
 }
 
 bool is_pattern(const std::string &serial) {
@@ -93,7 +133,7 @@ bool Filter::takes(const std::string &serial) const {
 }
 
 bool Filter::takes(const std::string &serial, const Device &device) const {
-    return takes(serial) && takes_state(*this, device.presence) &&
+    return takes(serial) && takes_state(*this, device.presence()) &&
            (model.empty() || matches(model, device.told("model"))) &&
            (firmware.empty() || matches(firmware, device.told("firmware_version")));
 }
@@ -115,9 +155,9 @@ CLI::Option *add_serials(CLI::App &command, Filter &filter, const Options &optio
 
 tools::Words known_serials(const Options &options) {
     return [&options] {
-        Session session(access_of(options));
+        Brokers brokers(access_of(options));
         Fleet fleet;
-        load(session, fleet, {});
+        load(brokers, fleet, {});
         return chosen(fleet, {});
     };
 }
@@ -138,11 +178,11 @@ std::vector<std::string> topics_of(const Filter &filter, const std::vector<std::
     return topics;
 }
 
-void load(Session &session, Fleet &fleet, const Filter &filter) {
-    session.on_message = [&fleet](const Received &message) { fleet.take(message); };
-    session.subscribe(
+void load(Brokers &brokers, Fleet &fleet, const Filter &filter) {
+    brokers.on_message = [&fleet](const Received &message) { fleet.take(message); };
+    brokers.subscribe(
         topics_of(filter, {std::string(topics::status), std::string(topics::identity)}));
-    session.settle();
+    brokers.settle();
 }
 
 std::vector<std::string> chosen(const Fleet &fleet, const Filter &filter) {

@@ -1,5 +1,5 @@
 /*
- * nxctl forget: clears what the broker retains of devices that are gone.
+ * nxctl forget: clears what brokers retain of devices that are gone.
  */
 #include <algorithm>
 #include <cstdio>
@@ -21,8 +21,8 @@ struct ForgetWish {
     bool force = false;
 };
 
-/** Topics with a retained text, by serial number. */
-using Retained = std::map<std::string, std::vector<std::string>>;
+/** A topic with a retained text, and the broker that has it. */
+using Kept = std::pair<size_t, std::string>;
 
 /** What a device may retain lies on these; others are not a console's to clear. */
 std::vector<std::string> kept_levels() {
@@ -30,59 +30,66 @@ std::vector<std::string> kept_levels() {
             std::string(topics::binding)};
 }
 
-/** Clears topics, and waits for the broker's word. */
-void clear(Session &session, const std::vector<std::string> &all) {
-    std::set<int> open;
+/** Clears topics, and waits for the brokers' word. */
+void clear(Brokers &brokers, const std::vector<Kept> &all) {
+    std::set<std::pair<size_t, int>> open;
     std::string refusal;
-    session.on_acknowledged = [&](int identifier, int reason) {
-        open.erase(identifier);
+    brokers.on_acknowledged = [&](size_t broker, int identifier, int reason) {
+        open.erase({broker, identifier});
         if (reason >= 0x80) {
-            refusal = mosquitto_reason_string(reason);
+            refusal = std::string("the broker does not let this console forget devices (") +
+                      mosquitto_reason_string(reason) + ")";
         }
     };
-    for (const std::string &topic : all) {
+    brokers.on_lost = [&](size_t broker) {
+        if (std::erase_if(open, [=](const auto &sent) { return sent.first == broker; }) > 0) {
+            refusal = "what " + brokers.address(broker) + " keeps may not be forgotten";
+        }
+    };
+    for (const auto &[broker, topic] : all) {
         Sent nothing;
         nothing.topic = topic;
         nothing.retained = true;
-        open.insert(session.publish(nothing));
+        if (const auto identifier = brokers.publish(broker, nothing)) {
+            open.emplace(broker, *identifier);
+        }
     }
     const auto until = Clock::now() + std::chrono::seconds(30);
-    if (!session.work([&] { return open.empty() || !refusal.empty(); }, until)) {
-        throw Lost(session.address() + " does not answer");
+    if (!brokers.work([&] { return open.empty() || !refusal.empty(); }, until)) {
+        throw Lost(brokers.address(open.begin()->first) + " does not answer");
     }
     if (!refusal.empty()) {
-        throw tools::Failure("the broker does not let this console forget devices (" + refusal +
-                             ")");
+        throw tools::Failure(refusal);
     }
 }
 
 void forget(const Options &options, const ForgetWish &wish) {
-    Session session(access_of(options));
+    Brokers brokers(access_of(options));
     Fleet fleet;
-    Retained retained;
-    session.on_message = [&](const Received &message) {
+    std::map<std::string, std::vector<Kept>> retained;  // by serial number
+    brokers.on_message = [&](const Received &message) {
         fleet.take(message);
         const auto place = place_of(message.topic);
         if (place && message.retained) {
-            retained[place->serial].push_back(message.topic);
+            retained[place->serial].emplace_back(message.broker, message.topic);
         }
     };
-    session.subscribe(topics_of(wish.filter, kept_levels()));
-    session.settle();
-    std::vector<std::string> topics;
+    brokers.subscribe(topics_of(wish.filter, kept_levels()));
+    brokers.settle();
+    std::vector<Kept> all;
     std::vector<std::string> gone;
     std::vector<std::string> left;
     for (const auto &[serial, list] : retained) {
         if (!wish.filter.takes(serial)) {
             continue;
         }
-        const bool stays = fleet.presence(serial).online == true && !wish.force;
+        const bool stays = fleet.device(serial).presence().online == true && !wish.force;
         (stays ? left : gone).push_back(serial);
         if (!stays) {
-            topics.insert(topics.end(), list.begin(), list.end());
+            all.insert(all.end(), list.begin(), list.end());
         }
     }
-    clear(session, topics);
+    clear(brokers, all);
     for (const std::string &serial : gone) {
         std::printf("%s\n", tools::shown(serial).c_str());
     }
@@ -104,7 +111,7 @@ void forget(const Options &options, const ForgetWish &wish) {
 
 void add_forget_command(CLI::App &app, const Options &options) {
     CLI::App *command =
-        app.add_subcommand("forget", "Clears what the broker keeps of devices that are gone");
+        app.add_subcommand("forget", "Clears what the brokers keep of devices that are gone");
     command->footer(
         "Examples:\n"
         "  nxctl forget SN0001\n"

@@ -32,6 +32,12 @@ std::optional<int64_t> whole_number(const Json &object, const std::string &name)
                                                           : std::nullopt;
 }
 
+std::optional<double> number(const Json &object, const std::string &name) {
+    const Json *value = member(object, name);
+    return value != nullptr && value->is_number() ? std::optional(value->get<double>())
+                                                  : std::nullopt;
+}
+
 std::optional<std::string> text(const Json &object, const std::string &name) {
     const Json *value = member(object, name);
     return value != nullptr && value->is_string() ? std::optional(value->get<std::string>())

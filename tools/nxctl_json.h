@@ -24,6 +24,9 @@ const Json *member(const Json &object, const std::string &name);
 /** A member that is a whole number; none for any other. */
 std::optional<int64_t> whole_number(const Json &object, const std::string &name);
 
+/** A member that is a number; none for any other. */
+std::optional<double> number(const Json &object, const std::string &name);
+
 /** A member that is a text; none for any other. */
 std::optional<std::string> text(const Json &object, const std::string &name);
 

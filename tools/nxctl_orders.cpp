@@ -68,11 +68,12 @@ bool is_success(const std::string &target, const std::string &answer) {
     return document && whole_number(*document, "resp_code") == 0;
 }
 
-Orders::Orders(Session &session, Form form) : session_(session), form_(std::move(form)) {
-    session_.on_message = [this](const Received &message) { take(message); };
-    session_.on_acknowledged = [this](int identifier, int reason) {
-        take_acknowledgement(identifier, reason);
+Orders::Orders(Brokers &brokers, Form form) : brokers_(brokers), form_(std::move(form)) {
+    brokers_.on_message = [this](const Received &message) { take(message); };
+    brokers_.on_acknowledged = [this](size_t broker, int identifier, int reason) {
+        take_acknowledgement({broker, identifier}, reason);
     };
+    brokers_.on_lost = [this](size_t broker) { take_loss(broker); };
 }
 
 void Orders::subscribe(const std::vector<std::string> &serials) {
@@ -83,7 +84,7 @@ void Orders::subscribe(const std::vector<std::string> &serials) {
     }
     Filter filter;
     filter.serials = serials;
-    session_.subscribe(topics_of(filter, below));
+    brokers_.subscribe(topics_of(filter, below));
 }
 
 void Orders::run(const std::vector<std::string> &serials) {
@@ -99,7 +100,7 @@ void Orders::run(const std::vector<std::string> &serials) {
         }
         if (!active_.empty()) {
             moved_ = false;
-            session_.work([&] { return moved_; }, soonest);
+            brokers_.work([&] { return moved_; }, soonest);
             end_late();
         }
     }
@@ -109,14 +110,23 @@ void Orders::start(const std::string &serial) {
     Order &order = active_[serial];
     order.serial = serial;
     order.correlation = random_bytes();
-    const bool away = fleet_.presence(serial).online == false;
-    if (!away) {
-        send(order);
-    } else if (form_.waits) {
-        rest(order, Order::State::waiting, form_.timeout);
-    } else {
-        end(order, unanswered, device(order) + " is not connected");
+    send(order);
+}
+
+/** Brokers that may have the device, the likeliest first: those that do not say that it is
+ *  offline. */
+std::vector<size_t> Orders::places_of(const Order &order) const {
+    const Device &known = fleet_.device(order.serial);
+    std::vector<size_t> places;
+    for (size_t broker = 0; broker < brokers_.count(); ++broker) {
+        if (known.presence_at(broker).online != false && !order.absent.contains(broker)) {
+            places.push_back(broker);
+        }
     }
+    std::ranges::stable_sort(places, [&](size_t a, size_t b) {
+        return known.presence_at(a).is_newer_than(known.presence_at(b));
+    });
+    return places;
 }
 
 void Orders::send(Order &order) {
@@ -127,13 +137,27 @@ void Orders::send(Order &order) {
     message.payload = form_.request;
     message.correlation = order.correlation;
     message.expiry = std::chrono::seconds(static_cast<long>(form_.timeout) + 1);
-    unacknowledged_[session_.publish(message)] = order.serial;
-    rest(order, Order::State::sent, form_.timeout);
+    for (const size_t broker : places_of(order)) {
+        if (const auto identifier = brokers_.publish(broker, message)) {
+            order.receipt = {broker, *identifier};
+            unacknowledged_[order.receipt] = order.serial;
+            rest(order, Order::State::sent, form_.timeout);
+            return;
+        }
+    }
+    if (form_.waits) {
+        rest(order, Order::State::waiting, form_.timeout);
+    } else {
+        end(order, unanswered, device(order) + " is not connected");
+    }
 }
 
 void Orders::rest(Order &order, Order::State state, double seconds) {
     order.state = state;
     order.deadline = after(seconds);
+    if (state == Order::State::waiting) {
+        order.upload.reset();
+    }
     moved_ = true;
 }
 
@@ -154,7 +178,7 @@ void Orders::take(const Received &message) {
     }
     Order &order = found->second;
     if (place->below == topics::status) {
-        take_status(order);
+        take_status(order, message.broker);
     } else if (place->below.starts_with(topics::uploads)) {
         take_upload(order, message);
     } else if (message.correlation == order.correlation) {
@@ -162,14 +186,30 @@ void Orders::take(const Received &message) {
     }
 }
 
-// A device that went away before it answered may or may not have run the command: it gets
-// it once more.
-void Orders::take_status(Order &order) {
-    const auto online = fleet_.presence(order.serial).online;
-    if (online == true && order.state == Order::State::waiting) {
+// A device that went away before it answered, or moved to another broker, may or may not
+// have run the command: with --wait it gets it once more.
+void Orders::take_status(Order &order, size_t broker) {
+    const Device &known = fleet_.device(order.serial);
+    const auto online = known.presence_at(broker).online;
+    const bool is_asked = order.state == Order::State::sent && form_.waits;
+    const bool is_there = order.receipt.first == broker;
+    if (online == true) {
+        order.absent.erase(broker);
+    }
+    if (online == true && (order.state == Order::State::waiting ||
+                           (is_asked && !is_there && known.broker() == broker))) {
         send(order);
-    } else if (online == false && order.state == Order::State::sent && form_.waits) {
+    } else if (online == false && is_asked && is_there) {
         rest(order, Order::State::waiting, form_.timeout);
+    }
+}
+
+// The answer may still come: from a device that has moved on with it.
+void Orders::take_loss(size_t broker) {
+    for (auto &[serial, order] : active_) {
+        if (form_.waits && order.state == Order::State::sent && order.receipt.first == broker) {
+            rest(order, Order::State::waiting, form_.timeout);
+        }
     }
 }
 
@@ -194,10 +234,12 @@ void Orders::take_answer(Order &order, const Received &message) {
     }
 }
 
-// An upload may come before the answer; only the identity that follows a restart cannot.
+// An upload may come before the answer, though not before the command; only the identity
+// that follows a restart comes behind both.
 void Orders::take_upload(Order &order, const Received &message) {
     const bool is_identity = message.topic.ends_with(topics::identity);
-    if (message.retained || !form_.is_mine(message) || (is_identity && !order.answer)) {
+    if (message.retained || !form_.is_mine(message) || order.state == Order::State::waiting ||
+        (is_identity && !order.answer)) {
         return;
     }
     const Received upload = message;
@@ -212,14 +254,15 @@ void Orders::take_upload(Order &order, const Received &message) {
     end(order, done, "");
 }
 
-void Orders::take_acknowledgement(int identifier, int reason) {
-    const auto sent = unacknowledged_.find(identifier);
+void Orders::take_acknowledgement(const Receipt &receipt, int reason) {
+    const auto sent = unacknowledged_.find(receipt);
     if (sent == unacknowledged_.end()) {
         return;
     }
     const auto found = active_.find(sent->second);
     unacknowledged_.erase(sent);
-    if (reason == 0 || found == active_.end() || found->second.state != Order::State::sent) {
+    if (reason == 0 || found == active_.end() || found->second.state != Order::State::sent ||
+        found->second.receipt != receipt) {
         return;
     }
     Order &order = found->second;
@@ -227,10 +270,9 @@ void Orders::take_acknowledgement(int identifier, int reason) {
         end(order, tools::failed,
             "the broker does not let this console order " + device(order) + " (" +
                 mosquitto_reason_string(reason) + ")");
-    } else if (form_.waits) {
-        rest(order, Order::State::waiting, form_.timeout);
     } else {  // nobody listens
-        end(order, unanswered, device(order) + " is not connected");
+        order.absent.insert(receipt.first);
+        send(order);
     }
 }
 

@@ -7,11 +7,11 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "tools/nxctl_fleet.h"
-#include "tools/nxctl_session.h"
 
 namespace nxctl {
 
@@ -29,6 +29,9 @@ struct Form {
     size_t parallel = 1; /**< devices at once */
 };
 
+/** A broker, and the packet identifier of what was sent to it. */
+using Receipt = std::pair<size_t, int>;
+
 /** The order of one device. */
 struct Order {
     enum class State { waiting, sent, following };
@@ -37,16 +40,21 @@ struct Order {
     State state = State::waiting;
     std::string correlation;
     Clock::time_point deadline;
+    Receipt receipt;         /**< of the command, as it was sent last */
+    std::set<size_t> absent; /**< brokers that it does not listen to */
     std::optional<Received> answer;
     std::optional<Received> upload; /**< that completed it */
     int exit = done;
     std::string failure; /**< a sentence; empty when all is well */
 };
 
-/** Sends a form to devices, a bounded number at a time. */
+/** Sends a form to devices, a bounded number at a time. Each is asked on the broker of its
+ *  newest connection. Where nobody listens there, which the broker says, the next one is
+ *  asked that may have the device; a command whose fate is not known is never sent again
+ *  unless the form waits. */
 class Orders {
   public:
-    Orders(Session &session, Form form);
+    Orders(Brokers &brokers, Form form);
     Orders(const Orders &) = delete;
     Orders &operator=(const Orders &) = delete;
 
@@ -59,22 +67,24 @@ class Orders {
   private:
     void subscribe(const std::vector<std::string> &serials);
     void take(const Received &message);
-    void take_status(Order &order);
+    void take_status(Order &order, size_t broker);
     void take_answer(Order &order, const Received &message);
     void take_upload(Order &order, const Received &message);
-    void take_acknowledgement(int identifier, int reason);
+    void take_acknowledgement(const Receipt &receipt, int reason);
+    void take_loss(size_t broker);
     void start(const std::string &serial);
+    std::vector<size_t> places_of(const Order &order) const;
     void send(Order &order);
     void rest(Order &order, Order::State state, double seconds);
     void end(Order &order, int exit, const std::string &failure);
     void end_late();
 
-    Session &session_;
+    Brokers &brokers_;
     Form form_;
     Fleet fleet_;
     std::map<std::string, Order> active_;
-    std::map<int, std::string> unacknowledged_; /**< serial numbers by packet identifier */
-    bool moved_ = false;                        /**< an order changed its state or ended */
+    std::map<Receipt, std::string> unacknowledged_; /**< serial numbers */
+    bool moved_ = false;                            /**< an order changed its state or ended */
 };
 
 /** True when the answer says that the device did what it was told. */

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
+#include <limits>
 
 #include "tools/cli.h"
 #include "tools/nxctl_commands.h"
@@ -15,8 +17,6 @@
 
 namespace nxctl {
 namespace {
-
-constexpr const char *to_the_second = "%Y-%m-%dT%H:%M:%S";
 
 struct UploadedFile {
     std::string name;
@@ -28,15 +28,23 @@ UploadedFile file_of(const std::string &payload) {
     return {payload.substr(0, std::min(header, payload.find('\0'))), payload.size() - header};
 }
 
-std::string formatted(int64_t seconds, const char *format, const std::string &fraction) {
+std::string formatted(double seconds, const char *format) {
+    constexpr double year_10000 = 253402300800;
+    constexpr double last_of_clock = static_cast<double>(std::numeric_limits<time_t>::max());
+    if (!(seconds >= 0 && seconds < std::min(year_10000, last_of_clock))) {
+        return "?";
+    }
     const auto moment = static_cast<time_t>(seconds);
     tm parts{};
     char text[64];
-    if (gmtime_r(&moment, &parts) == nullptr ||
-        std::strftime(text, sizeof text, format, &parts) == 0) {
-        return "?";
-    }
-    return text + fraction + "Z";
+    std::strftime(text, sizeof text, format, gmtime_r(&moment, &parts));
+    return text;
+}
+
+/** Columns of the terminal on a descriptor; 0 when there is none. */
+size_t width_of(int fd) {
+    winsize size{};
+    return ioctl(fd, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
 }  // namespace
@@ -52,14 +60,17 @@ void print(const std::string &text) {
     }
 }
 
+void complain(const std::string &sentence) {
+    std::fprintf(stderr, "%snxctl: %s\n", isatty(STDERR_FILENO) != 0 ? "\r\x1b[K" : "",
+                 tools::shown(sentence).c_str());
+}
+
 bool is_terminal() {
     return isatty(STDOUT_FILENO) != 0;
 }
 
 size_t terminal_width() {
-    winsize size{};
-    const bool known = is_terminal() && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
-    return known ? size.ws_col : 0;
+    return width_of(STDOUT_FILENO);
 }
 
 std::string one_row(const std::string &text) {
@@ -67,29 +78,33 @@ std::string one_row(const std::string &text) {
     return width > 0 && tools::columns(text) > width ? tools::cell(text, width) : text;
 }
 
-std::string utc(int64_t seconds) {
-    return formatted(seconds, to_the_second, "");
+std::string utc(double seconds) {
+    const double milliseconds = std::floor(seconds * 1000 + 0.5);
+    char fraction[16];
+    std::snprintf(fraction, sizeof fraction, ".%03dZ",
+                  static_cast<int>(std::fmod(std::max(milliseconds, 0.0), 1000)));
+    const std::string text = formatted(milliseconds / 1000, "%Y-%m-%dT%H:%M:%S");
+    return text == "?" ? text : text + fraction;
 }
 
-std::string utc_minutes(int64_t seconds) {
-    return formatted(seconds, "%Y-%m-%dT%H:%M", "");
+std::string utc_minutes(double seconds) {
+    return formatted(seconds, "%Y-%m-%dT%H:%MZ");
 }
 
 std::string utc_now() {
     using namespace std::chrono;
-    const auto now = system_clock::now().time_since_epoch();
-    const auto whole = floor<seconds>(now);
-    char fraction[8];
-    std::snprintf(fraction, sizeof fraction, ".%03d",
-                  static_cast<int>(floor<milliseconds>(now - whole).count()));
-    return formatted(whole.count(), to_the_second, fraction);
+    return utc(duration<double>(system_clock::now().time_since_epoch()).count());
 }
 
 void Progress::show(const std::string &line) {
     constexpr std::chrono::milliseconds pause{100};
     const auto now = std::chrono::steady_clock::now();
     if (isatty(STDERR_FILENO) != 0 && now >= shown_ + pause) {
-        std::fprintf(stderr, "\r%s\x1b[K", line.c_str());
+        // A line that wraps could not be taken away, nor one that fills the last column.
+        const size_t width = width_of(STDERR_FILENO);
+        const bool fits = width == 0 || line.size() < width;
+        std::fprintf(stderr, "\r%s\x1b[K",
+                     fits ? line.c_str() : tools::cell(line, width - 1).c_str());
         shown_ = now;
         visible_ = true;
     }

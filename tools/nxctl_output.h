@@ -15,6 +15,9 @@ namespace nxctl {
 /** Prints at once. A reader that has gone ends the tool as it ends any filter. */
 void print(const std::string &text);
 
+/** Prints a line on standard error, where a line of progress makes room for it. */
+void complain(const std::string &sentence);
+
 /** True when people read standard output. */
 bool is_terminal();
 
@@ -24,13 +27,13 @@ size_t terminal_width();
 /** A shown text that takes one row of the terminal at most. */
 std::string one_row(const std::string &text);
 
-/** "2026-07-01T12:34:56Z" of seconds since 1970. */
-std::string utc(int64_t seconds);
+/** "2026-07-01T12:34:56.789Z" of seconds since 1970; "?" for what is no such time. */
+std::string utc(double seconds);
 
-/** "2026-07-01T12:34Z" of seconds since 1970. */
-std::string utc_minutes(int64_t seconds);
+/** "2026-07-01T12:34Z" of seconds since 1970; "?" for what is no such time. */
+std::string utc_minutes(double seconds);
 
-/** The time of this moment, as `utc` with milliseconds. */
+/** The time of this moment, as `utc`. */
 std::string utc_now();
 
 /** A line on standard error that the next one replaces, where that is a terminal. */

@@ -143,7 +143,8 @@ void add_access_options(CLI::App &app, Options &options) {
                      "Entry of ~/.config/nxctl.json to use"),
                  profile_names);
     add("--broker", access.broker, "URL", "NXCTL_BROKER",
-        "mqtt://HOST[:PORT] or mqtts://HOST[:PORT]; else this machine's, port 1883");
+        "mqtt://HOST[:PORT] or mqtts://HOST[:PORT], several with commas; else this machine's, "
+        "port 1883");
     add("--user", access.user, "NAME", "NXCTL_USER", "User name at the broker");
     add("--password-file", options.password_file, "FILE", "NXCTL_PASSWORD_FILE",
         "File with the password in its first line");

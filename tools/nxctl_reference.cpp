@@ -104,21 +104,10 @@ std::vector<Row> rows_of(const Json &written, Places &places) {
     return rows;
 }
 
-/** Words of a text in lines of the terminal's width, from a column on. */
+/** The words of a text behind `from` columns of a line, as the terminal is wide. */
 std::string wrapped(const std::string &text, size_t from) {
-    const size_t width = terminal_width() == 0 ? 80 : terminal_width();
-    std::istringstream words(text);
-    std::string out;
-    size_t at = from;
-    for (std::string word; words >> word;) {
-        if (at > from && at + 1 + word.size() > width) {
-            out += "\n" + std::string(from, ' ');
-            at = from;
-        }
-        out += (at > from ? " " : "") + word;
-        at += word.size() + (at > from ? 1 : 0);
-    }
-    return out;
+    const size_t width = terminal_width();
+    return tools::wrapped(text, width == 0 ? tools::usual_width : width, from);
 }
 
 std::string list_of_commands() {

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "nxapi/broker_address.h"
 #include "nxapi/mqtt_error.h"
@@ -21,8 +22,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using tools::Failure;
 
-constexpr seconds patience{10};    /**< with a broker that says nothing */
-constexpr milliseconds quiet{300}; /**< a longer pause ends what a broker retains */
+constexpr seconds patience{10}; /**< with a broker that says nothing */
 constexpr int keepalive_s = 60;
 constexpr int first_failure = 0x80;
 
@@ -101,16 +101,19 @@ void Session::set_callbacks() {
         });
     mosquitto_subscribe_callback_set(mosq, [](mosquitto *, void *self, int, int count,
                                               const int *granted) {
-        session(self).subscribed_ = true;
+        --session(self).open_;
         if (const int worst = *std::max_element(granted, granted + count); worst >= first_failure) {
-            session(self).refusal_ = mosquitto_reason_string(worst);
+            session(self).deaf_ = mosquitto_reason_string(worst);
         }
     });
-    mosquitto_message_v5_callback_set(mosq, [](mosquitto *, void *self,
-                                               const mosquitto_message *message,
-                                               const mosquitto_property *properties) {
-        session(self).shielded([&] { session(self).on_message(received(*message, properties)); });
-    });
+    mosquitto_message_v5_callback_set(mosq,
+                                      [](mosquitto *, void *self, const mosquitto_message *message,
+                                         const mosquitto_property *properties) {
+                                          session(self).shielded([&] {
+                                              Received told = received(*message, properties);
+                                              session(self).on_message(told);
+                                          });
+                                      });
     mosquitto_publish_v5_callback_set(
         mosq, [](mosquitto *, void *self, int identifier, int reason, const mosquitto_property *) {
             session(self).shielded([&] { session(self).on_acknowledged(identifier, reason); });
@@ -122,7 +125,8 @@ void Session::set_callbacks() {
     });
 }
 
-void Session::set_tls(const Access &access) {
+void Session::set_tls() {
+    const Access &access = access_;
     if (access.cafile.empty()) {
         throw tools::Misuse("a mqtts:// broker needs --ca FILE");
     }
@@ -141,39 +145,62 @@ void Session::set_tls(const Access &access) {
     }
 }
 
-Session::Session(const Access &access)
-    : mosq_((mosquitto_lib_init(), mosquitto_new(nullptr, true, this)), mosquitto_destroy) {
-    nxapi::BrokerAddress broker;
-    std::string why;
-    if (!nxapi::parse_broker(access.broker, broker, why)) {
-        throw tools::Misuse(why);
-    }
-    address_ = broker.host + ":" + std::to_string(broker.port);
-    tls_ = broker.tls;
-    mosquitto_int_option(mosq_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
-    mosquitto_int_option(mosq_.get(), MOSQ_OPT_TCP_NODELAY, 1);
-    mosquitto_username_pw_set(mosq_.get(), text_or_null(access.user),
-                              text_or_null(access.password));
-    set_callbacks();
-    if (tls_) {
-        set_tls(access);
-    }
-    connect(broker.host, broker.port);
+std::string address_text(const nxapi::BrokerAddress &broker) {
+    return broker.host + ":" + std::to_string(broker.port);
 }
 
-void Session::connect(const std::string &host, int port) {
-    errno = 0;
-    const int result = mosquitto_connect_async(mosq_.get(), host.c_str(), port, keepalive_s);
-    if (result > 0) {
-        fail(result, errno);
+Session::Session(const Access &access, const nxapi::BrokerAddress &broker)
+    : access_(access),
+      broker_{broker},
+      address_(address_text(broker)),
+      route_(broker_, 0),
+      mosq_(nullptr, mosquitto_destroy) {
+    mosquitto_lib_init();
+    connect();
+}
+
+/** Goes on to the next address of the broker's name until one is on its way. */
+void Session::connect() {
+    for (;;) {
+        std::string why;
+        const nxapi::Stop *stop = route_.next(why);
+        if (stop == nullptr) {
+            throw Lost("cannot connect to " + address_ + " (" + why + ")");
+        }
+        try {
+            open(stop->address);
+            return;
+        } catch (const Lost &) {
+            if (route_.is_round_over()) {
+                throw;
+            }
+        }
     }
+}
+
+void Session::open(const std::string &host) {
+    mosq_.reset(mosquitto_new(nullptr, true, this));
+    refusal_.clear();
+    last_problem_.clear();
+    began_ = Clock::now();
+    mosquitto_int_option(mosq_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+    mosquitto_int_option(mosq_.get(), MOSQ_OPT_TCP_NODELAY, 1);
+    mosquitto_username_pw_set(mosq_.get(), text_or_null(access_.user),
+                              text_or_null(access_.password));
+    set_callbacks();
+    if (broker_[0].tls) {
+        set_tls();
+    }
+    errno = 0;
+    const int result =
+        mosquitto_connect_async(mosq_.get(), host.c_str(), broker_[0].port, keepalive_s);
+    const int error = errno;
     // With TLS, libmosquitto neither says whether TCP is on its way nor leaves its error.
-    tcp_pending_ = true;
-    tcp_error_ = errno == EINPROGRESS || errno == EAGAIN ? 0 : errno;
-    if (!work([&] { return connected_; }, Clock::now() + patience)) {
-        throw Lost(tcp_pending_
-                       ? "cannot connect to " + address_ + " (" + std::strerror(ETIMEDOUT) + ")"
-                       : address_ + " does not answer like a broker");
+    // What fails at once may be TCP or TLS, which has its own errno.
+    tcp_pending_ = result <= 0 || (result != MOSQ_ERR_TLS && error != EPROTO);
+    tcp_error_ = error == EINPROGRESS || error == EAGAIN ? 0 : error;
+    if (result > 0) {
+        fail(result, error);
     }
 }
 
@@ -181,7 +208,7 @@ std::string Session::reason(int result, int error) const {
     if (!refusal_.empty()) {
         return refusal_;
     }
-    if (!tls_ || connected_ || tcp_pending_) {
+    if (!broker_[0].tls || connected_ || tcp_pending_) {
         return nxapi::mqtt_error_text(result, error);
     }
     const std::string problem = last_problem_.substr(last_problem_.rfind(':') + 1);
@@ -189,23 +216,34 @@ std::string Session::reason(int result, int error) const {
         return "TLS: the broker's certificate does not come from --ca FILE, is not for this host, "
                "or is out of date";
     }
-    const bool told = !problem.empty() && problem.find("alert") == problem.npos;
-    return "TLS: " + (told ? problem
-                           : "the broker wants a certificate that it knows, see --cert and --key" +
-                                 (problem.empty() ? problem : ": " + problem));
+    if (problem.empty()) {
+        return "TLS: the broker ended the handshake: it wants a certificate that it knows, see "
+               "--cert and --key, or speaks no TLS";
+    }
+    const bool is_alert = problem.find("alert") != problem.npos;
+    return (is_alert ? "TLS: the broker wants a certificate that it knows, see --cert and --key: "
+                     : "TLS: ") +
+           problem;
 }
 
-void Session::fail(int result, int error) {
+void Session::fail(int result, int error) const {
     throw Lost((connected_ ? "lost the connection to " : "cannot connect to ") + address_ + " (" +
                reason(result, error) + ")");
+}
+
+void Session::subscribe(const std::vector<std::string> &topics) {
+    to_ask_.push_back(topics);
 }
 
 // A limit of the broker on messages that wait would cut what it retains for a large fleet,
 // but holds for messages of QoS 1 and 2 alone: so the retained ones come with QoS 0, and
 // the later ones, which are few at a time, with QoS 1.
-void Session::subscribe(const std::vector<std::string> &topics) {
-    agree(topics, 0, MQTT_SUB_OPT_SEND_RETAIN_ALWAYS);
-    agree(topics, 1, MQTT_SUB_OPT_SEND_RETAIN_NEVER);
+void Session::ask() {
+    const auto all = std::exchange(to_ask_, {});
+    for (const std::vector<std::string> &topics : all) {
+        agree(topics, 0, MQTT_SUB_OPT_SEND_RETAIN_ALWAYS);
+        agree(topics, 1, MQTT_SUB_OPT_SEND_RETAIN_NEVER);
+    }
 }
 
 void Session::agree(const std::vector<std::string> &topics, int qos, int options) {
@@ -213,30 +251,16 @@ void Session::agree(const std::vector<std::string> &topics, int qos, int options
     for (const std::string &topic : topics) {
         texts.push_back(const_cast<char *>(topic.c_str()));
     }
-    subscribed_ = false;
+    last_in_ = Clock::now();
+    ++open_;
     const int result = mosquitto_subscribe_multiple(
         mosq_.get(), nullptr, static_cast<int>(texts.size()), texts.data(), qos, options, nullptr);
     if (result != MOSQ_ERR_SUCCESS) {
         fail(result, errno);
     }
-    last_in_ = Clock::now();
-    while (!work([&] { return subscribed_; }, last_in_ + patience)) {
-        if (Clock::now() >= last_in_ + patience) {
-            throw Lost(address_ + " does not answer");
-        }
-    }
-    if (!refusal_.empty()) {
-        throw Failure("the broker does not let this console listen (" + refusal_ + ")");
-    }
 }
 
-void Session::settle() {
-    for (last_in_ = Clock::now(); Clock::now() < last_in_ + quiet;) {
-        work([] { return false; }, last_in_ + quiet);
-    }
-}
-
-int Session::publish(const Sent &message) {
+std::optional<int> Session::publish(const Sent &message) {
     mosquitto_property *properties = nullptr;
     if (!message.response_topic.empty()) {
         mosquitto_property_add_string(&properties, MQTT_PROP_RESPONSE_TOPIC,
@@ -259,6 +283,9 @@ int Session::publish(const Sent &message) {
         throw Failure("a message of " + std::to_string(message.payload.size()) +
                       " bytes is larger than the broker takes");
     }
+    if (result == MOSQ_ERR_NO_CONN || result == MOSQ_ERR_CONN_LOST || result == MOSQ_ERR_ERRNO) {
+        return std::nullopt;
+    }
     if (result != MOSQ_ERR_SUCCESS) {
         throw Failure("cannot send to " + message.topic + " (" +
                       nxapi::mqtt_error_text(result, errno) + ")");
@@ -267,13 +294,12 @@ int Session::publish(const Sent &message) {
 }
 
 // libmosquitto wants to write throughout a TLS handshake, though it waits for the broker.
-short Session::wanted_events() const {
-    if (tcp_pending_) {
-        return POLLOUT;
-    }
-    const bool handshake = tls_ && !connected_;
-    const bool writes = !handshake && mosquitto_want_write(mosq_.get());
-    return static_cast<short>(writes ? POLLIN | POLLOUT : POLLIN);
+pollfd Session::wanted() const {
+    const bool handshake = broker_[0].tls && !connected_;
+    const bool asks = connected_ && !to_ask_.empty();
+    const bool writes = asks || (!handshake && mosquitto_want_write(mosq_.get()));
+    const int events = tcp_pending_ ? POLLOUT : writes ? POLLIN | POLLOUT : POLLIN;
+    return {mosquitto_socket(mosq_.get()), static_cast<short>(events), 0};
 }
 
 void Session::take_tcp(short ready) {
@@ -289,7 +315,8 @@ void Session::take_tcp(short ready) {
     tcp_pending_ = false;
 }
 
-void Session::step() {
+/** Reads and writes. */
+void Session::exchange() {
     errno = 0;
     int result = mosquitto_loop_read(mosq_.get(), 1);
     if (result == MOSQ_ERR_SUCCESS && mosquitto_want_write(mosq_.get())) {
@@ -307,35 +334,47 @@ void Session::step() {
     }
 }
 
-pollfd Session::wanted() const {
-    return {mosquitto_socket(mosq_.get()), wanted_events(), 0};
+void Session::check_time() const {
+    const auto now = Clock::now();
+    if (!connected_ && now >= std::min(began_ + patience, latest_)) {
+        throw Lost(tcp_pending_
+                       ? "cannot connect to " + address_ + " (" + std::strerror(ETIMEDOUT) + ")"
+                       : address_ + " does not answer like a broker");
+    }
+    if (open_ > 0 && now >= last_in_ + patience) {
+        throw Lost(address_ + " does not answer");
+    }
+    if (!deaf_.empty()) {
+        throw Lost(address_ + " does not let this console listen (" + deaf_ + ")");
+    }
 }
 
-void Session::take(short ready) {
+void Session::step(short ready) {
     if (tcp_pending_ && ready != 0) {
         take_tcp(ready);
     }
     if (!tcp_pending_) {
         last_in_ = (ready & POLLIN) != 0 ? Clock::now() : last_in_;
-        step();
+        exchange();
     }
     if (!connected_ && (ready & (POLLHUP | POLLERR)) != 0) {
         fail(MOSQ_ERR_CONN_LOST, 0);
     }
+    if (connected_) {
+        ask();
+    }
+    check_time();
 }
 
-bool Session::work(const std::function<bool()> &done, Clock::time_point until) {
-    while (!done()) {
-        const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
-        if (left.count() <= 0) {
-            return false;
+void Session::work(short ready) {
+    try {
+        step(ready);
+    } catch (const Lost &) {
+        if (connected_ || route_.is_round_over()) {
+            throw;
         }
-        const auto wait = static_cast<int>(std::min(left, milliseconds(1000)).count());
-        pollfd broker = wanted();
-        poll(&broker, 1, wait);
-        take(broker.revents);
+        connect();
     }
-    return true;
 }
 
 }  // namespace nxctl

@@ -2,11 +2,9 @@
  * nxctl watch: uploads and presence as they come, for as long as one looks.
  */
 #include <algorithm>
-#include <cstdio>
 #include <ctime>
 #include <map>
 #include <memory>
-#include <thread>
 
 #include "nxapi/topics.h"
 #include "tools/nxctl_commands.h"
@@ -18,8 +16,6 @@
 namespace nxctl {
 namespace topics = nxapi::topics;
 namespace {
-
-using std::chrono::seconds;
 
 struct WatchWish {
     Filter filter;
@@ -33,13 +29,16 @@ std::vector<std::string> kinds() {
     return all;
 }
 
+/** Presence is always heard: it tells which of several brokers is to be believed. */
 std::vector<std::string> levels(const WatchWish &wish) {
+    std::vector<std::string> below{std::string(topics::status)};
     if (wish.kinds.empty()) {
-        return {std::string(topics::status), std::string(topics::uploads) + "#"};
+        below.push_back(std::string(topics::uploads) + "#");
     }
-    std::vector<std::string> below;
     for (const std::string &kind : wish.kinds) {
-        below.push_back(kind == topics::status ? kind : std::string(topics::uploads) + kind);
+        if (kind != topics::status) {
+            below.push_back(std::string(topics::uploads) + kind);
+        }
     }
     return below;
 }
@@ -65,18 +64,35 @@ class Watcher {
   public:
     explicit Watcher(const WatchWish &wish) : wish_(wish) {}
 
+    /** Takes what was there before; what counts of it depends on all of it. */
+    void begin(const std::vector<Received> &messages) {
+        std::ranges::for_each(messages, [&](const Received &message) { fleet_.take(message); });
+        std::ranges::for_each(messages, [&](const Received &message) { take(message); });
+    }
+
     void take(const Received &message) {
+        fleet_.take(message);
         const auto place = place_of(message.topic);
-        if (!place || !wish_.filter.takes(place->serial) || is_known(message)) {
-            return;
-        }
-        const std::string kind = kind_of(*place);
-        if (!kind.empty()) {
+        const std::string kind = place ? kind_of(*place) : "";
+        if (is_wanted(kind) && wish_.filter.takes(place->serial) && counts(*place, message) &&
+            !is_known(message)) {
             print(wish_.json ? as_json(*place, kind, message) : for_people(*place, kind, message));
         }
     }
 
   private:
+    bool is_wanted(const std::string &kind) const {
+        return !kind.empty() &&
+               (wish_.kinds.empty() || std::ranges::find(wish_.kinds, kind) != wish_.kinds.end());
+    }
+
+    /** What is kept on a broker that the device has left does not. */
+    bool counts(const Place &place, const Received &message) const {
+        const Device &device = fleet_.device(place.serial);
+        const bool may_be_old = message.retained || place.below == topics::status;
+        return !may_be_old || !device.presence().is_newer_than(device.presence_at(message.broker));
+    }
+
     /** A new connection brings what the broker retains once more. */
     bool is_known(const Received &message) {
         const size_t text = std::hash<std::string>()(message.payload);
@@ -112,51 +128,19 @@ class Watcher {
     }
 
     const WatchWish &wish_;
+    Fleet fleet_;
     std::map<std::string, size_t> told_; /**< the last text of each topic, as its hash */
 };
 
-/** Watches until the connection is lost. */
-void watch_once(const Access &access, const WatchWish &wish, Watcher &watcher,
-                const std::function<void(const Session &)> &connected) {
-    Session session(access);
-    session.on_message = [&](const Received &message) { watcher.take(message); };
-    session.subscribe(topics_of(wish.filter, levels(wish)));
-    connected(session);
-    session.work([] { return false; }, Clock::time_point::max());
-}
-
 void watch(const Options &options, const WatchWish &wish) {
-    constexpr seconds shortest{1};
-    constexpr seconds longest{30};
-    const Access access = access_of(options);
+    Brokers brokers(access_of(options), Loss::tried_again);
     Watcher watcher(wish);
-    bool was_there = false;
-    bool is_said = false;
-    seconds pause = shortest;
-    for (;;) {
-        try {
-            watch_once(access, wish, watcher, [&](const Session &session) {
-                if (was_there) {
-                    std::fprintf(stderr, "nxctl: connected to %s again\n",
-                                 session.address().c_str());
-                }
-                was_there = true;
-                is_said = false;
-                pause = shortest;
-            });
-        } catch (const Lost &lost) {
-            if (!was_there) {
-                throw;
-            }
-            if (!is_said) {
-                std::fprintf(stderr, "nxctl: %s; trying again until it works\n",
-                             tools::shown(lost.what()).c_str());
-            }
-            is_said = true;
-        }
-        std::this_thread::sleep_for(pause);
-        pause = std::min(2 * pause, longest);
-    }
+    std::vector<Received> first;
+    brokers.on_message = [&](const Received &message) { first.push_back(message); };
+    brokers.subscribe(topics_of(wish.filter, levels(wish)));
+    watcher.begin(first);
+    brokers.on_message = [&](const Received &message) { watcher.take(message); };
+    brokers.work([] { return false; }, Clock::time_point::max());
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <sstream>
 
 namespace tools {
 namespace {
@@ -152,6 +153,21 @@ std::string indented(std::string_view text, size_t width) {
         at += wide;
     });
     return out + "\n";
+}
+
+std::string wrapped(const std::string &text, size_t width, size_t from) {
+    std::istringstream words(text);
+    std::string out;
+    size_t at = from;
+    for (std::string word; words >> word;) {
+        if (at > from && at + 1 + word.size() > width) {
+            out.append(1, '\n').append(from, ' ');
+            at = from;
+        }
+        out += (at > from ? " " : "") + word;
+        at += word.size() + (at > from ? 1 : 0);
+    }
+    return out;
 }
 
 }  // namespace tools

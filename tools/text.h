@@ -28,6 +28,13 @@ std::string cell(std::string_view text, size_t width);
  *  of the text ever stands at the edge; 0: lines are left as long as they are. */
 std::string indented(std::string_view text, size_t width = 0);
 
+/** Columns of a terminal that nobody has measured. */
+inline constexpr size_t usual_width = 80;
+
+/** The words of a text in lines of at most `width` columns (a longer word has its own),
+ *  each but the first behind `from` blanks; the first begins there without them. */
+std::string wrapped(const std::string &text, size_t width, size_t from = 0);
+
 }  // namespace tools
 
 #endif

@@ -48,15 +48,16 @@ void add_run_command(CLI::App &app) {
     command->footer(
         "Examples:\n"
         "  vap run office --broker mqtt://127.0.0.1:1883\n"
-        "  vap run office --broker mqtts://cloud.example --ca ca.crt --cert OFFICE01.crt "
-        "--key OFFICE01.key\n"
+        "  vap run office --broker mqtt://a.example,mqtt://b.example\n"
+        "  vap run office --broker mqtts://a.example --ca ca.crt --cert ap.crt --key ap.key\n"
         "  vap run office --speed 20 --trace\n"
         "\n"
         "Broker and certificates are stored in the folder (root/etc/nxapi.conf).");
     const auto given = std::make_shared<RunArguments>();
     command->add_option("DIR", given->folder, "Device folder")->required();
     command
-        ->add_option("--broker", given->cloud.broker, "mqtt://HOST[:PORT] or mqtts://HOST[:PORT]")
+        ->add_option("--broker", given->cloud.broker,
+                     "mqtt://HOST[:PORT] or mqtts://HOST[:PORT], several with commas")
         ->check(check_broker, "");
     const auto pem = [&](const char *name, std::filesystem::path &file, const char *text) {
         return command->add_option(name, file, text)->type_name("FILE");

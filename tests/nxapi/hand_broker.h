@@ -23,7 +23,10 @@ class HandBroker {
         std::string body;
     };
 
+    HandBroker() = default;
     ~HandBroker() { close(fd_); }
+    HandBroker(const HandBroker &) = delete;
+    HandBroker &operator=(const HandBroker &) = delete;
 
     int port() const { return listener_.port(); }
 
@@ -37,10 +40,21 @@ class HandBroker {
     /** Lets the device in, whatever was before; its CONNECT. */
     Packet let_in(const std::string &properties = "") {
         accept();
+        return greet(properties);
+    }
+
+    /** Says yes to the CONNECT of the present connection. */
+    Packet greet(const std::string &properties = "") {
         Packet packet = next();
         const auto size = static_cast<char>(properties.size());
         answer(0x20, std::string(2, '\0') + size + properties);
         return packet;
+    }
+
+    /** Talks through another descriptor, which it closes at the end. */
+    void use(int fd) {
+        hang_up();
+        fd_ = fd;
     }
 
     /** Takes the next connection and says nothing yet. */
@@ -83,10 +97,14 @@ class HandBroker {
         return packet;
     }
 
-    void answer(int head, const std::string &body) {
-        const std::string packet = {static_cast<char>(head), static_cast<char>(body.size())};
-        send(fd_, (packet + body).data(), packet.size() + body.size(), MSG_NOSIGNAL);
+    static std::string packet(int head, const std::string &body) {
+        return std::string{static_cast<char>(head), static_cast<char>(body.size())} + body;
     }
+
+    void answer(int head, const std::string &body) { write(packet(head, body)); }
+
+    /** Sends bytes at once, packets as a rule. */
+    void write(const std::string &bytes) { send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
 
     void hang_up() { close(std::exchange(fd_, -1)); }
 

@@ -26,12 +26,13 @@ TEST(BrokerAddress, IsReadAsPeopleWriteIt) {
         {"mqtt://[::1]", "::1", 1883, false},
     };
     for (const Row &row : rows) {
-        BrokerAddress address;
+        std::vector<BrokerAddress> addresses;
         std::string why;
-        ASSERT_TRUE(nxapi::parse_broker(row.text, address, why)) << row.text << ": " << why;
-        EXPECT_EQ(address.host, row.host) << row.text;
-        EXPECT_EQ(address.port, row.port) << row.text;
-        EXPECT_EQ(address.tls, row.tls) << row.text;
+        ASSERT_TRUE(nxapi::parse_brokers(row.text, addresses, why)) << row.text << ": " << why;
+        ASSERT_EQ(addresses.size(), 1U);
+        EXPECT_EQ(addresses[0].host, row.host) << row.text;
+        EXPECT_EQ(addresses[0].port, row.port) << row.text;
+        EXPECT_EQ(addresses[0].tls, row.tls) << row.text;
     }
 }
 
@@ -39,17 +40,20 @@ TEST(BrokerAddress, OfAnotherFormIsRefusedWithASentence) {
     for (const char *text :
          {"", "cloud.example", "http://cloud.example", "mqtt://", "mqtt://:1883", "mqtt://[::1",
           "mqtt://h:0", "mqtt://h:65536", "mqtt://h:", "mqtt://h:18x", "mqtt://h:1883/topic"}) {
-        BrokerAddress address{"before", 1, true};
+        std::vector<BrokerAddress> addresses{{"before", 1, true}};
         std::string why;
-        EXPECT_FALSE(nxapi::parse_broker(text, address, why)) << text;
+        EXPECT_FALSE(nxapi::parse_brokers(text, addresses, why)) << text;
         EXPECT_NE(why.find('"' + std::string(text) + '"'), why.npos) << why;
-        EXPECT_EQ(address.host, "before") << text;
+        EXPECT_TRUE(addresses.empty()) << text;
+        EXPECT_FALSE(nxapi::parse_brokers("mqtt://h," + std::string(text), addresses, why)) << text;
+        EXPECT_EQ(why.find('"' + std::string(text) + '"'), 0U) << why;
+        EXPECT_TRUE(addresses.empty()) << text;
     }
     // A password does not come back, wherever it stands.
     for (const char *text : {"mqtt://user:secret@h", "user:secret@h", "mqtts://h@secret"}) {
-        BrokerAddress address;
+        std::vector<BrokerAddress> addresses;
         std::string why;
-        EXPECT_FALSE(nxapi::parse_broker(text, address, why));
+        EXPECT_FALSE(nxapi::parse_brokers(text, addresses, why));
         EXPECT_EQ(why.substr(0, 34), "the broker address names a user: n") << why;
         EXPECT_EQ(why.find("secret"), why.npos) << why;
     }

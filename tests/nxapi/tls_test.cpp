@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "paths.h"
-#include "tests/nxapi/cloud_device.h"
+#include "tests/nxapi/hand_broker.h"
 
 namespace {
 
@@ -159,6 +159,44 @@ TEST_F(Tls, WithoutVerificationAnyBrokerIsTaken) {
     EXPECT_TRUE(eventually([&] { return device.client.is_up(); }));
 }
 
+/** No event tells of the second: with the first it has left the socket already. */
+TEST_F(Tls, TwoCommandsInOneRecordAreBothAnswered) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+    const std::string end = std::to_string(ends[1]);
+    const std::string port = std::to_string(device_port);
+    test::Child server({"sh", "-c",
+                        "exec openssl s_server -quiet -accept 127.0.0.1:" + port + " -cert " +
+                            certificates.path("broker/broker.crt") + " -key " +
+                            certificates.path("broker/broker.key") + " <&" + end + " >&" + end},
+                       certificates.path("log"));
+    close(ends[1]);
+    test::HandBroker broker;
+    broker.use(ends[0]);
+    CloudDevice device(settings("SN1"), "SN1");
+    device.serve(0, test::echo_command);
+    std::atomic<bool> ends_now{false};
+    std::thread main_thread([&] {
+        while (!ends_now) {
+            device.work(20);
+        }
+    });
+    broker.greet();
+    const auto command = [](char text) {
+        const std::string topic = "norvex/v1/SN1/cmd/cloud/0";
+        return test::HandBroker::packet(
+            0x30, std::string{'\0', static_cast<char>(topic.size())} + topic + '\0' + text);
+    };
+    broker.next(test::HandBroker::subscribe);
+    broker.write(command('1') + command('2'));
+    for (const char *answer : {"<1>", "<2>"}) {
+        EXPECT_THAT(broker.next_on("norvex/v1/SN1/rsp/cloud/0").body, ::testing::EndsWith(answer));
+    }
+    ends_now = true;
+    main_thread.join();
+}
+
 TEST_F(Tls, EveryoneKeepsToTheirOwnListener) {
     certificates.run("device SN2");
     certificates.run("console alice");
@@ -303,6 +341,10 @@ TEST_F(Field, ConsolesListenSideBySideAndForgetDevices) {
         });
         EXPECT_TRUE(alice->on("norvex/v1/SN1/up/alarm").empty());
     }
+    eventually([&] {  // its last word must not come behind what follows
+        alice->loop();
+        return alice->last("norvex/v1/SN1/status").payload.find("false") != std::string::npos;
+    });
     const char *kept[] = {"status", "up/identity", "up/binding"};
     for (const char *topic : kept) {
         second.publish(std::string("norvex/v1/SN1/") + topic, "", "", "", true);

@@ -20,7 +20,7 @@ TEST(PowerCut, LeavesTheOldOrTheNewConfiguration) {
         // Spread over the course of an order, which takes some milliseconds.
         ASSERT_EQ(power.once(std::chrono::microseconds(3000 * i)), "") << "cut " << i;
     }
-    const size_t size = std::filesystem::file_size(device / "config");
+    const auto size = static_cast<size_t>(std::filesystem::file_size(device / "config"));
     for (const auto bytes : {size_t{0}, size / 3, size * 2 / 3, size - 1}) {
         ASSERT_EQ(power.inside_write(bytes), "") << "behind byte " << bytes;
     }

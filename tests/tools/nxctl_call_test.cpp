@@ -162,6 +162,23 @@ TEST_F(NxctlCall, FollowsARestartToTheNextIdentity) {
     EXPECT_EQ(test::text_of(path("log")), "{\"resp_code\":0}\nlate\n");
 }
 
+// What comes before the command was sent belongs to another order.
+TEST_F(NxctlCall, FollowsNoUploadOfBefore) {
+    { const LiveDevice gone(broker, "SN1"); }
+    test::Child follower = start({"call", "SN1", "net_check", "--follow", "--wait"}, "log");
+    test::Console console(broker, {}, "norvex/v1/SN1/up/net_check");
+    const auto limit = test::Clock::now() + std::chrono::milliseconds(300);
+    while (test::Clock::now() < limit) {  // it listens for a part of this time
+        console.publish("norvex/v1/SN1/up/net_check", "[0]");
+        console.loop();
+    }
+    LiveDevice device(broker, "SN1");
+    ASSERT_TRUE(appears("log", "{\"resp_code\":0}\n"));
+    device.client().upload("up/net_check", "[1]");
+    ASSERT_TRUE(appears("log", "]\n"));
+    EXPECT_EQ(test::text_of(path("log")), "{\"resp_code\":0}\n[1]\n");
+}
+
 TEST_F(NxctlCall, AsksABoundedNumberAtOnce) {
     test::CloudDevice one(broker, "SN1");  // whose main threads never work
     test::CloudDevice two(broker, "SN2");

@@ -152,6 +152,18 @@ TEST_F(Nxctl, ShowsTheCatalogue) {
     }
 }
 
+TEST_F(Nxctl, HelpFitsATerminal) {
+    for (const char *command : {"", "devices", "call", "watch", "config", "config save", "forget",
+                                "commands", "completion", "man"}) {
+        std::istringstream lines(run(command + std::string(" --help")).out);
+        size_t count = 0;
+        for (std::string line; std::getline(lines, line); ++count) {
+            EXPECT_LE(line.size(), 80U) << line;
+        }
+        EXPECT_GT(count, 5U) << command;
+    }
+}
+
 // Each example is what its command takes, and the documentation shows the same members.
 TEST_F(Nxctl, HoldsOneTruthAboutRequests) {
     const std::string page = test::text_of(NORVEX_SOURCE_DIR "/docs/commands.md");
@@ -181,8 +193,8 @@ class NxctlConfig : public test::NxctlTool {
     NxctlConfig() {
         vap::create_device(folder.path() / "ap", {.serial = "SN1"});
         agent = std::make_unique<test::Child>(
-            std::vector<std::string>{NORVEX_RUN_DIR "/vap", "run", path("ap"), "--broker",
-                                     broker.url()},
+            std::vector<std::string>{NORVEX_RUN_DIR "/vap", "run", path("ap"), "--agent",
+                                     NORVEX_RUN_DIR "/norvex", "--broker", broker.url()},
             path("log"));
         test::eventually([&] { return run("call SN1 server_status --wait").exit == 0; });
     }

@@ -41,10 +41,16 @@ inline int restarting_command(void *, int, const char *, char **out, int *out_le
  *  the dev family restarts. */
 class LiveDevice {
   public:
-    LiveDevice(const Broker &broker, const std::string &serial) : device_(broker, serial) {
+    LiveDevice(const Broker &broker, const std::string &serial)
+        : LiveDevice(settings_for(broker), serial) {}
+
+    /** `first` serves slot 0. */
+    LiveDevice(const nxapi::Settings &settings, const std::string &serial,
+               nx_command_cb first = echo_command)
+        : device_(settings, serial) {
         static char done[] = R"({"resp_code":0})";
         static char failed[] = R"({"resp_code":-1})";
-        device_.serve(0, echo_command);
+        device_.serve(0, first);
         device_.serve(1, refusing_command);
         device_.serve(3, answering_command, done);
         device_.serve(4, answering_command, failed);
@@ -98,13 +104,15 @@ class NxctlTool : public ::testing::Test {
         return Child(arguments, path(file));
     }
 
-    /** Leaves a text on the broker. */
-    void retain(const std::string &topic, const std::string &text) {
-        Console console(broker, {}, topic);
+    void retain(const std::string &topic, const std::string &text) { retain(broker, topic, text); }
+
+    /** Leaves a text on a broker. */
+    static void retain(const Broker &at, const std::string &topic, const std::string &text) {
+        Console console(at, {}, topic);
         console.publish(topic, text, "", "", true);
         eventually([&] {
             console.loop();
-            return !console.received.empty();
+            return !console.received.empty() && console.received.back().payload == text;
         });
     }
 

@@ -121,9 +121,9 @@ TEST_F(Folder, OneRunAtATime) {
 /** While it lives, files end at `bytes`, as if the disk were full. */
 class FullDisk {
   public:
-    explicit FullDisk(rlim_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
+    explicit FullDisk(std::uintmax_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
         getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
+        const rlimit limit{static_cast<rlim_t>(bytes), before_.rlim_max};
         setrlimit(RLIMIT_FSIZE, &limit);
     }
     ~FullDisk() {

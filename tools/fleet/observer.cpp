@@ -1,5 +1,6 @@
 #include "tools/fleet/observer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <random>
 
@@ -27,13 +28,13 @@ std::string new_answer_topic() {
 /** Takes a packet at a time, and more of them than the owner's loop would. */
 void read_on(nxctl::Session &session, short ready) {
     constexpr int most = 64;
-    session.take(ready);
+    session.work(ready);
     for (int i = 0; i < most; ++i) {
         pollfd more = session.wanted();
         if (poll(&more, 1, 0) <= 0 || (more.revents & POLLIN) == 0) {
             return;
         }
-        session.take(more.revents);
+        session.work(more.revents);
     }
 }
 
@@ -54,17 +55,28 @@ std::optional<Listener::Status> status_of(const std::string &payload, size_t bro
 Observer::Observer(const std::vector<std::string> &brokers, Listener &listener)
     : listener_(listener), answer_topic_(new_answer_topic()) {
     for (const std::string &url : brokers) {
-        links_.push_back({url, nullptr, true, {}});
+        links_.emplace_back();
+        nxapi::broker_fault(url, links_.back().address);
         connect(links_.size() - 1);
+    }
+    connect_all();
+}
+
+void Observer::connect_all() {
+    const auto is_ready = [](const Link &link) { return link.session->is_ready(); };
+    while (!std::ranges::all_of(links_, is_ready)) {
+        std::vector<pollfd> ready = wanted();
+        poll(ready.data(), ready.size(), 100);
+        for (size_t i = 0; i < links_.size(); ++i) {
+            read_on(*links_[i].session, ready[i].revents);
+        }
     }
 }
 
 void Observer::connect(size_t broker) {
     Link &link = links_[broker];
-    nxctl::Access access;
-    access.broker = link.url;
-    auto session = std::make_unique<nxctl::Session>(access);
-    session->on_message = [this, broker](const nxctl::Received &message) { hear(broker, message); };
+    auto session = std::make_unique<nxctl::Session>(access_, link.address);
+    session->on_message = [this, broker](nxctl::Received &message) { hear(broker, message); };
     session->subscribe({any(topics::status), any("up/+"), answer_topic_});
     link.session = std::move(session);
 }
@@ -106,16 +118,16 @@ void Observer::take(const std::vector<pollfd> &ready) {
 bool Observer::call(size_t number, size_t broker, const std::string &serial,
                     const std::string &target, const std::string &request) {
     Link &link = links_[broker];
-    if (!link.session) {
+    if (!link.session || !link.session->is_connected()) {
         return false;
     }
     try {
-        link.session->publish(
+        const auto sent = link.session->publish(
             {.topic = topics::of_device(serial, std::string(topics::commands) + target),
              .payload = request,
              .response_topic = answer_topic_,
              .correlation = std::to_string(number)});
-        return true;
+        return sent.has_value();
     } catch (const tools::Failure &why) {
         lose(link, why.what());
         return false;

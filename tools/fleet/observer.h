@@ -59,16 +59,18 @@ class Observer {
 
   private:
     struct Link {
-        std::string url;
+        nxapi::BrokerAddress address;
         std::unique_ptr<nxctl::Session> session; /**< null: away */
         bool heeded = true;
         Clock::time_point next_try;
     };
 
     void connect(size_t broker);
+    void connect_all();
     void lose(Link &link, const std::string &why);
     void hear(size_t broker, const nxctl::Received &message);
 
+    const nxctl::Access access_;
     Listener &listener_;
     const std::string answer_topic_;
     std::vector<Link> links_;

@@ -32,20 +32,14 @@ Json load(const std::filesystem::path &file) {
 }  // namespace
 
 Hardware::Hardware(std::filesystem::path file, Lasting lasting)
-    : file_(std::move(file)), lasting_(lasting) {
-    stamp_ = file_stamp(file_);
+    : file_(std::move(file)), lasting_(lasting), lookout_(file_) {
     document_ = load(file_);
 }
 
 void Hardware::refresh(bool now) {
-    if (!now && !lookout_.due()) {
+    if (!lookout_.sees_change(now)) {
         return;
     }
-    const FileStamp stamp = file_stamp(file_);
-    if (stamp == stamp_) {
-        return;
-    }
-    stamp_ = stamp;
     broken_ = true;
     try {
         document_ = load(file_);
@@ -95,7 +89,7 @@ void Hardware::patch(const Json &change) {
     if (!replace_file(file_, changed.dump(2) + "\n", lasting_)) {
         throw std::runtime_error("cannot write " + file_.string() + ": " + strerror(errno));
     }
-    stamp_ = file_stamp(file_);
+    lookout_.look();
     document_ = std::move(changed);
     ++generation_;
 }

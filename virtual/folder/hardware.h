@@ -35,7 +35,6 @@ class Hardware {
     const Lasting lasting_;
     std::mutex mutex_;
     Lookout lookout_;
-    FileStamp stamp_;
     Json document_;
     bool broken_ = false;
     std::atomic<uint32_t> generation_{1};

@@ -44,9 +44,16 @@ bool Lookout::due() {
     return true;
 }
 
+bool Lookout::sees_change(bool now) {
+    if (!now && !due()) {
+        return false;
+    }
+    const FileStamp stamp = file_stamp(file_);
+    return std::exchange(stamp_, stamp) != stamp;
+}
+
 Store::Store(std::filesystem::path file, Lasting lasting)
-    : file_(std::move(file)), lasting_(lasting) {
-    stamp_ = file_stamp(file_);
+    : file_(std::move(file)), lasting_(lasting), lookout_(file_) {
     std::string problem;
     std::optional<Values> values = load(file_, problem);
     if (!values) {
@@ -56,14 +63,9 @@ Store::Store(std::filesystem::path file, Lasting lasting)
 }
 
 void Store::refresh(bool now) {
-    if (!now && !lookout_.due()) {
+    if (!lookout_.sees_change(now)) {
         return;
     }
-    const FileStamp stamp = file_stamp(file_);
-    if (stamp == stamp_) {
-        return;
-    }
-    stamp_ = stamp;
     std::string problem;
     std::optional<Values> values = load(file_, problem);
     broken_ = !values;
@@ -105,7 +107,7 @@ bool Store::save(Values values) {
         return false;
     }
     committed_ = std::move(values);
-    stamp_ = file_stamp(file_);
+    lookout_.look();
     broken_ = false;
     return true;
 }

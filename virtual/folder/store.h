@@ -17,14 +17,25 @@
 
 namespace vap {
 
-/** Spaces out the look at a file that others may change: true every 50 ms of real
- *  time. Two threads at the same moment may both be told to look. */
+/** Looks whether others have changed a file, at most every 50 ms of real time. */
 class Lookout {
   public:
+    explicit Lookout(const std::filesystem::path &file) : file_(file) { look(); }
+
+    /** True when it is time for a look. Two threads at the same moment may both be told. */
     bool due();
 
+    /** True when the file is another than at the last look; without a look when none is
+     *  due, unless it has to be `now`. The owner keeps threads apart. */
+    bool sees_change(bool now);
+
+    /** Takes the file for known as it is now. */
+    void look() { stamp_ = file_stamp(file_); }
+
   private:
+    const std::filesystem::path file_;
     std::atomic<uint32_t> last_ms_{0};
+    FileStamp stamp_;
 };
 
 class Store {
@@ -66,7 +77,6 @@ class Store {
     const Lasting lasting_;
     std::mutex mutex_;
     Lookout lookout_;
-    FileStamp stamp_;
     bool broken_ = false; /**< what stands on disk is malformed */
     Values committed_;
     Values pending_;
