@@ -54,8 +54,9 @@ TEST(FleetScenario, TellsLineColumnAndPathOfAFault) {
     } rows[] = {
         {"{\"groups\": [],\n  oops}", "a.json:2:3: no JSON"},
         {"// only\n// comments\n", "no JSON"},
+        {"{\"a\\\"\": /*}*/ [1,2], // ]\n \"a\\\"\": {}}", "a.json:2:2: /a\" stands there twice"},
         {"{\"groups\": 1,\n \"groups\": 2}", "a.json:2:2: /groups stands there twice"},
-        {std::string(100, '[') + std::string(100, ']'), "a.json:1:65: nested too deep"},
+        {std::string(100, '[') + std::string(100, ']'), "a.json:1:66: nested too deep"},
         {"[]", "a.json:1:1: the scenario is not an object"},
         {with("", ",\n/* \\\" */ \"tempo\": 2"), "a.json:3:10: /tempo is not known here"},
         {with("{\"at\": 0, \"do\": \"dance\"}"), "a.json:2:21: /steps/0/do is none of \"start\""},

@@ -1,152 +1,90 @@
 #include "tools/fleet/located_json.h"
 
 #include <algorithm>
-#include <cctype>
 #include <iterator>
 
 namespace fleet {
 namespace {
 
 /** Deepest nesting that is read: what walks through a document calls itself. */
-constexpr size_t deepest = 64;
+constexpr int deepest = 64;
 
-/** Reads the text and counts: the parser itself tells no positions. */
-class CountingIterator {
+/** Walks over a text that is JSON and notes where each value begins; a member begins with
+ *  its name. The parser itself tells no positions. */
+class Surveyor {
   public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = char;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const char *;
-    using reference = const char &;
-
-    CountingIterator(const char *at, const char **furthest) : at_(at), furthest_(furthest) {}
-    reference operator*() const { return *at_; }
-    CountingIterator &operator++() {
-        *furthest_ = ++at_;
-        return *this;
-    }
-    bool operator==(const CountingIterator &other) const { return at_ == other.at_; }
-
-  private:
-    const char *at_;
-    const char **furthest_;
-};
-
-/** Hears of each value when the parser has just read it, and notes where it begins. */
-class Surveyor : public nlohmann::json_sax<Json> {
-  public:
-    Surveyor(const std::string &text, const char **furthest, std::map<std::string, size_t> &offsets)
-        : text_(text), furthest_(furthest), offsets_(offsets) {}
-
-    bool null() override { return note(begin_of_word()); }
-    bool boolean(bool) override { return note(begin_of_word()); }
-    bool number_integer(number_integer_t) override { return note(begin_of_word()); }
-    bool number_unsigned(number_unsigned_t) override { return note(begin_of_word()); }
-    bool number_float(number_float_t, const string_t &) override { return note(begin_of_word()); }
-    bool string(string_t &) override { return note(begin_of_string()); }
-    bool binary(binary_t &) override { return true; }
-    bool start_object(std::size_t) override { return open(false); }
-    bool start_array(std::size_t) override { return open(true); }
-    bool end_object() override { return close(); }
-    bool end_array() override { return close(); }
-    bool key(string_t &name) override {
-        const std::string here = below(levels_.back().pointer, name);
-        if (!offsets_.emplace(here, begin_of_string()).second) {
-            problem = here + " stands there twice";
-            problem_at = begin_of_string();
-            return false;
-        }
-        levels_.back().next = here;
-        return true;
-    }
-    bool parse_error(std::size_t position, const std::string &,
-                     const nlohmann::detail::exception &error) override {
-        const std::string what = error.what();  // "[...] parse error at ...: what is wrong"
-        const size_t colon = what.find(": ");
-        problem = "no JSON" + (colon == what.npos ? "" : what.substr(colon));
-        problem_at = position == 0 ? 0 : position - 1;
-        return false;
-    }
-
-    std::string problem;
-    size_t problem_at = 0;
-
-  private:
-    struct Level {
-        std::string pointer;
-        std::string next; /**< pointer of an object's value to come */
-        bool array;
-        size_t index = 0;
+    struct Problem {
+        size_t at;
+        std::string sentence;
     };
 
-    size_t last() const { return static_cast<size_t>(*furthest_ - text_.data()) - 1; }
+    Surveyor(const std::string &text, std::map<std::string, size_t> &offsets)
+        : text_(text), offsets_(offsets) {}
 
-    /** Begin of the word that has just been read: the parser may stand one behind it. */
-    size_t begin_of_word() const {
-        const auto is_part = [&](size_t i) {
-            const char c = text_[i];
-            return isalnum(static_cast<unsigned char>(c)) || c == '+' || c == '-' || c == '.';
-        };
-        size_t at = std::min(last(), text_.size() - 1);
-        while (at > 0 && !is_part(at)) {
-            --at;
+    void value(const std::string &pointer, int depth = 0) {
+        skip_blanks();
+        offsets_.emplace(pointer, at_);
+        const char first = text_[at_];
+        if (depth > deepest) {
+            throw Problem{at_, "nested too deep"};
         }
-        while (at > 0 && is_part(at - 1)) {
-            --at;
+        if (first == '"') {
+            string();
+        } else if (first == '{' || first == '[') {
+            list(pointer, first == '{', depth);
+        } else {
+            at_ = text_.find_first_of(",]} \t\r\n/", at_);
+            at_ = std::min(at_, text_.size());
         }
-        return at;
     }
 
-    size_t begin_of_string() const {
-        size_t at = last();
-        while (at > 0) {
-            size_t slashes = 0;
-            --at;
-            while (slashes < at && text_[at - 1 - slashes] == '\\') {
-                ++slashes;
+  private:
+    void list(const std::string &pointer, bool named, int depth) {
+        ++at_;
+        for (size_t index = 0; skip_blanks(), text_[at_] != '}' && text_[at_] != ']'; ++index) {
+            at_ += text_[at_] == ',' ? 1 : 0;
+            skip_blanks();
+            std::string inner = below(pointer, index);
+            if (named) {
+                const size_t name = at_;
+                inner = below(pointer, Json::parse(string()).get<std::string>());
+                if (!offsets_.emplace(inner, name).second) {
+                    throw Problem{name, inner + " stands there twice"};
+                }
+                skip_blanks();
+                ++at_;  // the colon
             }
-            if (text_[at] == '"' && slashes % 2 == 0) {
-                break;
-            }
+            value(inner, depth + 1);
         }
-        return at;
+        ++at_;
     }
 
-    /** Pointer of the value that comes next. */
-    std::string next() {
-        if (levels_.empty()) {
-            return "";
+    std::string string() {
+        const size_t begin = at_;
+        while (text_[++at_] != '"') {
+            at_ += text_[at_] == '\\' ? 1 : 0;
         }
-        Level &level = levels_.back();
-        return level.array ? below(level.pointer, level.index++) : level.next;
+        return text_.substr(begin, ++at_ - begin);
     }
 
-    bool note(size_t offset) {
-        offsets_.emplace(next(), offset);  // a member's name stands there already
-        return true;
-    }
-
-    bool open(bool array) {
-        const std::string pointer = next();
-        offsets_.emplace(pointer, last());
-        levels_.push_back({pointer, "", array});
-        if (levels_.size() > deepest) {
-            problem = "nested too deep";
-            problem_at = last();
+    void skip_blanks() {
+        while ((at_ = text_.find_first_not_of(" \t\r\n", at_)) != text_.npos && text_[at_] == '/') {
+            at_ = text_[at_ + 1] == '/' ? text_.find('\n', at_) : text_.find("*/", at_) + 2;
         }
-        return levels_.size() <= deepest;
-    }
-
-    bool close() {
-        levels_.pop_back();
-        return true;
+        at_ = std::min(at_, text_.size());
     }
 
     const std::string &text_;
-    const char **furthest_;
     std::map<std::string, size_t> &offsets_;
-    std::vector<Level> levels_;
+    size_t at_ = 0;
 };
+
+/** What the parser says behind its own way of telling the place. */
+std::string sentence_of(const Json::parse_error &error) {
+    const std::string what = error.what();  // "[...] parse error at ...: what is wrong"
+    const size_t colon = what.find(": ");
+    return "no JSON" + (colon == what.npos ? "" : what.substr(colon));
+}
 
 }  // namespace
 
@@ -159,31 +97,27 @@ std::string below(const std::string &pointer, size_t index) {
 
 LocatedJson::LocatedJson(std::string name, const std::string &text)
     : name_(std::move(name)), text_(text) {
-    const char *furthest = text_.data();
-    Surveyor surveyor(text_, &furthest, offsets_);
-    const char *const end = text_.data() + text_.size();
-    if (!Json::sax_parse(CountingIterator(text_.data(), &furthest),
-                         CountingIterator(end, &furthest), &surveyor,
-                         nlohmann::detail::input_format_t::json, true, true)) {
-        const Place at = place(std::min(surveyor.problem_at, text_.size()));
-        throw tools::Failure(name_ + ":" + std::to_string(at.line) + ":" +
-                             std::to_string(at.column) + ": " + surveyor.problem);
+    try {
+        value_ = Json::parse(text_, nullptr, true, true);
+        Surveyor(text_, offsets_).value("");
+    } catch (const Json::parse_error &error) {
+        const size_t at = std::min(error.byte, text_.size());
+        throw tools::Failure(at_place(at == 0 ? 0 : at - 1) + sentence_of(error));
+    } catch (const Surveyor::Problem &problem) {
+        throw tools::Failure(at_place(problem.at) + problem.sentence);
     }
-    value_ = Json::parse(text_, nullptr, true, true);
 }
 
-LocatedJson::Place LocatedJson::place(size_t offset) const {
-    const auto begin = text_.begin();
-    const auto at = begin + static_cast<std::ptrdiff_t>(offset);
+std::string LocatedJson::at_place(size_t offset) const {
+    const auto at = text_.begin() + static_cast<std::ptrdiff_t>(offset);
     const auto line = std::find(std::make_reverse_iterator(at), text_.rend(), '\n').base();
-    return {1 + static_cast<size_t>(std::count(begin, at, '\n')),
-            1 + static_cast<size_t>(at - line)};
+    return name_ + ":" + std::to_string(1 + std::count(text_.begin(), at, '\n')) + ":" +
+           std::to_string(1 + (at - line)) + ": ";
 }
 
 std::string LocatedJson::fault(const std::string &pointer, const std::string &sentence) const {
     const auto known = offsets_.find(pointer);
-    const Place at = place(known == offsets_.end() ? 0 : known->second);
-    return name_ + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) + ": " +
+    return at_place(known == offsets_.end() ? 0 : known->second) +
            (pointer.empty() ? "the scenario" : pointer) + " " + sentence;
 }
 

@@ -27,10 +27,8 @@ class LocatedJson {
     std::string fault(const std::string &pointer, const std::string &sentence) const;
 
   private:
-    struct Place {
-        size_t line, column; /**< from 1; columns are bytes */
-    };
-    Place place(size_t offset) const;
+    /** "FILE:LINE:COLUMN: ", from 1; columns are bytes. */
+    std::string at_place(size_t offset) const;
 
     std::string name_;
     std::string text_;
