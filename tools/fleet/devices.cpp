@@ -81,7 +81,7 @@ void Devices::start(uint32_t index, uint32_t step) {
     device.wanted = true;
     ++wanted_;
     await(device, step, device.launched != Clock::time_point());
-    if (device.pid == 0) {
+    if (!device.alive) {
         enqueue(index);
     }
 }
@@ -103,7 +103,7 @@ void Devices::end(uint32_t index, int signal) {
         device.hopeless = false;
         set_online(device, false);
     }
-    if (device.pid > 0) {
+    if (device.alive) {
         device.ending = true;
         server_.signal(index, signal);
     }
@@ -120,7 +120,7 @@ void Devices::lose_broker(size_t broker, uint32_t step) {
 
 void Devices::regain_broker(size_t broker) {
     for (Device &device : devices_) {
-        if (device.wanted && device.pid > 0 && device.since > 0 && device.broker == broker) {
+        if (device.wanted && device.alive && device.since > 0 && device.broker == broker) {
             set_online(device, true);
         }
     }
@@ -138,9 +138,7 @@ void Devices::launch() {
     while (!pauses_.empty() && pauses_.begin()->first <= Clock::now()) {
         const uint32_t index = pauses_.begin()->second;
         pauses_.erase(pauses_.begin());
-        if (devices_[index].pid == 0) {
-            enqueue(index);
-        }
+        enqueue(index);
     }
     while (!launches_.empty()) {
         Device &first = devices_[launches_.front()];
@@ -156,13 +154,14 @@ void Devices::launch() {
         queue_.pop_front();
         Device &device = devices_[index];
         device.queued = false;
-        if (!device.wanted) {
+        if (!device.wanted || device.alive) {
             continue;
         }
         device.launched = Clock::now();
         device.started = now_since_1970();
         device.since = 0;
         device.alive = true;
+        ++running_;
         starting_ += device.starting ? 0 : 1;
         device.starting = true;
         launches_.push_back(index);
@@ -184,14 +183,11 @@ void Devices::work() {
 void Devices::report_start(Device &device, const vap::ForkReport &report) {
     if (report.pid > 0) {
         device.pid = report.pid;
-        ++running_;
-        if (!device.wanted) {  // stopped meanwhile
-            device.ending = true;
-            server_.signal(report.tag, SIGTERM);
-        }
         return;
     }
     device.alive = false;
+    device.ending = false;
+    --running_;
     note(device.serial + ": no process (" + strerror(report.status) + ")");
     pauses_.emplace(Clock::now() + device.pause, report.tag);
     device.pause = std::min(2 * device.pause, longest_pause);

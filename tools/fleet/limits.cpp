@@ -16,10 +16,13 @@ namespace fleet {
 namespace {
 
 /* What one device takes, measured with the release build and rounded up. */
-constexpr double threads_of_one = 6;   /**< the process among them, while it starts */
+constexpr double threads_of_one = 5;   /**< the process among them; later one less */
 constexpr double memory_of_one = 0.75; /**< MiB, a third of it the kernel's */
 constexpr double disk_of_one = 0.1;    /**< MiB, its journal and log still short */
 constexpr double files_of_one = 24;
+
+/** Threads of devices that have just started, of the fleet itself, and some to spare. */
+constexpr double spare_threads = 256;
 
 /** What the broker has besides its clients, and the fleet's own process. */
 constexpr size_t other_descriptors = 64;
@@ -83,7 +86,8 @@ std::vector<Limit> limits(const Needs &needs) {
     const auto fresh = static_cast<double>(needs.new_devices);
     std::vector<Limit> all;
     all.push_back({"devices", devices, vap::most_forks, "", "one run, see --slice"});
-    add_task_limits(all, threads_of_one * devices + static_cast<double>(needs.brokers) + 2);
+    add_task_limits(all,
+                    threads_of_one * devices + static_cast<double>(needs.brokers) + spare_threads);
     all.push_back({"memory", memory_of_one * devices,
                    number_behind("/proc/meminfo", "MemAvailable:") / 1024, "MiB",
                    "what is available now"});

@@ -42,16 +42,14 @@ void print_calls(std::string &text, const Figures &figures) {
     if (figures.calls.empty()) {
         return;
     }
-    print(text, "\n%-24s %7s %8s %7s %5s %7s %8s %8s\n", "command", "sent", "answered", "refused",
-          "late", "missing", "p50 ms", "p99 ms");
+    print(text, "\n%-19s %6s %8s %7s %4s %7s %5s %7s %7s\n", "command", "sent", "answered",
+          "refused", "late", "missing", "away", "p50 ms", "p99 ms");
     for (const CallFigures &call : figures.calls) {
-        print(text, "%s %7llu %8llu %7llu %5llu %7llu %8.1f %8.1f\n",
-              tools::cell(call.command, 24).c_str(), static_cast<unsigned long long>(call.sent),
-              static_cast<unsigned long long>(call.answered),
-              static_cast<unsigned long long>(call.refused),
-              static_cast<unsigned long long>(call.late),
-              static_cast<unsigned long long>(call.missing), call.times.ms(0.5),
-              call.times.ms(0.99));
+        const auto big = [](uint64_t count) { return static_cast<unsigned long long>(count); };
+        print(text, "%s %6llu %8llu %7llu %4llu %7llu %5llu %7.1f %7.1f\n",
+              tools::cell(call.command, 19).c_str(), big(call.sent), big(call.answered),
+              big(call.refused), big(call.late), big(call.missing), big(call.away),
+              call.times.ms(0.5), call.times.ms(0.99));
     }
 }
 

@@ -26,7 +26,7 @@ using namespace std::chrono_literals;
 constexpr auto settling = 60s;
 /** Longest time of a round that is not spent on what others have to tell. */
 constexpr auto round_time = 20ms;
-constexpr auto look_every = 5s; /**< at memory and processor */
+constexpr auto look_every = 2s; /**< at memory and processor */
 constexpr size_t most_watched = 48;
 constexpr size_t most_counted = 256; /**< for the figures of the end */
 
