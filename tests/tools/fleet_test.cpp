@@ -11,12 +11,14 @@
 
 #include "paths.h"
 #include "tests/support/broker.h"
+#include "tools/fleet/calls.h"
 #include "tools/fleet/fork_server.h"
 #include "tools/fleet/limits.h"
 #include "tools/fleet/plan.h"
 #include "tools/fleet/report.h"
 #include "tools/fleet/schema.h"
 #include "virtual/folder/hardware.h"
+#include "virtual/folder/lock.h"
 
 namespace {
 
@@ -222,6 +224,38 @@ TEST(FleetReport, SlicesMergeAndTheirGoalsAreJudgedAnew) {
     EXPECT_THROW(merge_reports(files), tools::Failure);
 }
 
+TEST(FleetCalls, TellsLateMissingAndSecondAnswersApart) {
+    Scenario scenario =
+        parse_scenario("a.json", with(R"({"at": 0, "do": "call", "command": "dev/0"},
+            {"at": 0, "do": "call", "command": "status_upload"},
+            {"at": 0, "do": "call", "command": "dev/1"})"));
+    scenario.answer_timeout = 0;
+    Figures figures;
+    Calls calls(scenario, figures);
+    ASSERT_EQ(figures.calls.size(), 2U) << "two names of one command";
+    for (const uint32_t device : {3U, 4U, 5U}) {
+        calls.sent(scenario.steps[0], device);
+    }
+    calls.away(scenario.steps[2]);
+    calls.answered(1, false);
+    calls.answered(1, true);
+    calls.answered(99, true);
+    EXPECT_TRUE(calls.waits());
+    calls.expire();
+    EXPECT_FALSE(calls.waits());
+    calls.answered(2, true);
+    const CallFigures &row = figures.calls[0];
+    EXPECT_EQ(row.sent, 3U);
+    EXPECT_EQ(row.answered, 2U);
+    EXPECT_EQ(row.refused, 1U);
+    EXPECT_EQ(row.twice, 1U);
+    EXPECT_EQ(row.late, 1U);
+    EXPECT_EQ(row.missing, 1U);
+    EXPECT_EQ(row.times.count(), 2U);
+    EXPECT_EQ(calls.missing(), (std::map<uint32_t, uint64_t>{{3, 1}}));
+    EXPECT_EQ(figures.calls[1].away, 1U);
+}
+
 TEST(FleetLimits, SaysWhatTheMachineLacks) {
     const auto sentences = shortages(limits({10'000'000, 1, "/", 10'000'000}));
     for (const char *what : {"devices: 10000000 are needed", "processes and threads", "memory",
@@ -324,6 +358,56 @@ TEST_F(FleetAtWork, NothingOutlivesAKilledOwner) {
     EXPECT_TRUE(ends(agent));
     close(ends_of_pipe[0]);
     close(ends_of_pipe[1]);
+}
+
+TEST_F(FleetAtWork, NothingOutlivesAKilledFleet) {
+    test::Child tool({NORVEX_RUN_DIR "/vap", "fleet", "run", "--dir", path("d"), "--devices", "2",
+                      "--agent", NORVEX_RUN_DIR "/norvex"},
+                     path("log"));
+    const std::string device = path("d") + "/FLEET00002";
+    test::eventually([&] {
+        return text_of(device + "/agent.log").find("nxapi: connected") != std::string::npos;
+    });
+    const std::string settings = text_of(device + "/root/etc/nxapi.conf");
+    const int port = std::atoi(settings.c_str() + settings.rfind(':') + 1);
+    ASSERT_TRUE(test::is_listening(port)) << settings;
+    EXPECT_THROW(vap::RunLock{device}, std::runtime_error);
+    tool.end(SIGKILL);
+    test::eventually([&] { return !test::is_listening(port); });
+    test::eventually([&] {
+        try {
+            const vap::RunLock lock(device);
+            return true;
+        } catch (const std::runtime_error &) {
+            return false;
+        }
+    });
+}
+
+TEST_F(FleetAtWork, StationsRoamBetweenDevicesThatAreThere) {
+    std::ofstream(path("roam.json")) << with(
+        R"({"at": 0, "do": "start"}, {"at": 0.5, "do": "roam", "stations": 6, "over": 0.3},
+           {"at": 1, "do": "set", "on": {"serial": "A01"}, "stations": [7, 7]})",
+        ", \"for\": 1.5");
+    const std::string line = "run " + path("roam.json") + " --dir " + path("d") + " --report " +
+                             path("r") + " --agent " NORVEX_RUN_DIR "/norvex";
+    for (const int again : {0, 1}) {
+        ASSERT_EQ(run(line), 0) << text_of(path("out")) << again;
+        const Json report = Json::parse(text_of(path("r")), nullptr, false);
+        EXPECT_EQ(report.at("roams"), 6);
+        std::set<std::string> macs;
+        size_t stations = 0;
+        for (const char *serial : {"A01", "A02", "A03", "A04"}) {
+            const Json there =
+                vap::Hardware(path("d") + "/" + serial + "/hardware.json").at("/stations");
+            EXPECT_TRUE(serial != std::string("A01") || there.size() == 7);
+            for (const auto &[mac, station] : there.items()) {
+                macs.insert(mac);
+                ++stations;
+            }
+        }
+        EXPECT_EQ(macs.size(), stations) << "a station is at two devices";
+    }
 }
 
 TEST_F(FleetAtWork, MakesAFleetAndRunsItUntilItIsEnded) {

@@ -56,15 +56,20 @@ void Folders::set_config(const std::string &serial, const Json &config) const {
     }
 }
 
-void Folders::make(const Planned &device, const Group &group) const {
-    if (!std::filesystem::exists(of(device.serial) / "hardware.json")) {
+bool Folders::make(const Planned &device, const Group &group) const {
+    const bool there = std::filesystem::exists(of(device.serial) / "hardware.json");
+    if (!there) {
         vap::create_device(of(device.serial), {.serial = device.serial, .model = group.model});
     }
+    return there;
 }
 
 void Folders::prepare(const Planned &device, const Group &group, const std::string &brokers) const {
-    make(device, group);
+    const bool was_there = make(device, group);
     set_config(device.serial, group.config);
+    if (was_there && group.stations.most > 0) {
+        patch(device.serial, {{"stations", nullptr}});
+    }
     Json change = group.hardware;
     for (const uint32_t number : device.stations) {
         change["stations"][station_mac(number)] = station(number);

@@ -19,10 +19,11 @@ class Folders {
     std::filesystem::path of(const std::string &serial) const { return where_ / serial; }
     std::filesystem::path log_of(const std::string &serial) const;
 
-    /** Makes a device of a group unless it is there. */
-    void make(const Planned &device, const Group &group) const;
+    /** Makes a device of a group unless it is there; was it? */
+    bool make(const Planned &device, const Group &group) const;
 
-    /** The same, and gives it the group's settings, its stations, and the brokers. */
+    /** The same, and gives it the group's settings, its stations in place of others, and the
+     *  brokers. */
     void prepare(const Planned &device, const Group &group, const std::string &brokers) const;
 
     /** What a `set` or `fault` step does. */
