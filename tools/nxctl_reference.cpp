@@ -11,6 +11,7 @@
 #include "tools/nxctl_files.h"
 #include "tools/nxctl_options.h"
 #include "tools/nxctl_output.h"
+#include "tools/text.h"
 
 namespace nxctl {
 namespace {
