@@ -8,6 +8,7 @@
 
 #include "tools/text.h"
 #include "virtual/folder/files.h"
+#include "virtual/folder/json.h"
 
 namespace fleet {
 namespace {

@@ -16,6 +16,7 @@
 #include "tools/fleet/usage.h"
 #include "tools/processes.h"
 #include "tools/temp_folder.h"
+#include "tools/text.h"
 
 namespace fleet {
 namespace {
