@@ -467,6 +467,9 @@ struct Shipped {
     const char *options;
     const char *shows; /**< in the report */
 };
+void PrintTo(const Shipped &shipped, std::ostream *out) {
+    *out << shipped.name;
+}
 class FleetShipped : public FleetAtWork, public testing::WithParamInterface<Shipped> {};
 
 TEST_P(FleetShipped, MeetsItsGoals) {
