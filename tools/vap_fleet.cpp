@@ -7,6 +7,7 @@
 #include "tools/cli.h"
 #include "tools/fleet/folders.h"
 #include "tools/fleet/run.h"
+#include "tools/text.h"
 #include "tools/vap_agent.h"
 #include "tools/vap_cloud.h"
 #include "tools/vap_commands.h"
@@ -140,6 +141,23 @@ void end_with(const fleet::Report &report) {
     }
 }
 
+/** Several faults become a line each, the last of them the failure's. */
+template <typename Act>
+void in_lines(Act act) {
+    try {
+        act();
+    } catch (const tools::Failure &failure) {
+        const std::vector<std::string> lines = CLI::detail::split(failure.what(), '\n');
+        if (lines.size() < 2) {
+            throw;
+        }
+        for (size_t i = 0; i + 1 < lines.size(); ++i) {
+            fprintf(stderr, "vap: %s\n", tools::shown(lines[i]).c_str());
+        }
+        throw tools::Failure(lines.back(), failure.exit);
+    }
+}
+
 void run(const FleetArguments &given) {
     fleet::RunOptions options;
     const fleet::Scenario scenario = changed(scenario_of(given), given);
@@ -212,7 +230,7 @@ void add_run(CLI::App &parent, const std::shared_ptr<FleetArguments> &given) {
     command->add_flag("--trace", given->trace, "Let the agents write trace lines to agent.log");
     command->add_option("--agent", given->agent, "The agent's program; else norvex beside vap")
         ->type_name("FILE");
-    command->callback([given] { run(*given); });
+    command->callback([given] { in_lines([&] { run(*given); }); });
 }
 
 void add_report(CLI::App &parent, const std::shared_ptr<FleetArguments> &given) {

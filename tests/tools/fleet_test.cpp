@@ -458,7 +458,7 @@ TEST_F(FleetAtWork, ACrashAndAMissedGoalShowInReportAndStatus) {
     EXPECT_EQ(report.at("goals").at(1).at("met"), true);
     std::ofstream(path("crash.json")) << "{}";
     EXPECT_EQ(run("run " + path("crash.json")), 1);
-    EXPECT_THAT(text_of(path("out")), HasSubstr("crash.json:1:1: the scenario lacks \"groups\""));
+    EXPECT_THAT(text_of(path("out")), HasSubstr("crash.json:1:1: the scenario lacks \"groups\"\n"));
 }
 
 /** The shipped scenarios, small and fast. */
@@ -467,6 +467,9 @@ struct Shipped {
     const char *options;
     const char *shows; /**< in the report */
 };
+void PrintTo(const Shipped &shipped, std::ostream *out) {
+    *out << shipped.name;
+}
 class FleetShipped : public FleetAtWork, public testing::WithParamInterface<Shipped> {};
 
 TEST_P(FleetShipped, MeetsItsGoals) {
