@@ -20,5 +20,6 @@ int main(int argc, char **argv) {
     add_send_command(app);
     add_station_command(app);
     add_image_command(app);
+    add_fleet_command(app);
     return tools::run(app, argc, argv);
 }

@@ -121,6 +121,18 @@ bool could_not_start(int status) {
 
 }  // namespace
 
+std::filesystem::path find_agent(const std::filesystem::path &given) {
+    std::error_code error;
+    const std::filesystem::path agent =
+        given.empty()
+            ? std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "norvex"
+            : given;
+    if (access(agent.c_str(), X_OK) != 0) {
+        throw tools::Failure("no agent at " + agent.string() + " (name it with --agent)");
+    }
+    return agent;
+}
+
 void keep_agent(const std::filesystem::path &agent, const vap::RunLock &lock) {
     const sigset_t set = watched_signals();
     sigprocmask(SIG_BLOCK, &set, nullptr);

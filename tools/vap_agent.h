@@ -8,6 +8,10 @@
 
 #include "virtual/folder/lock.h"
 
+/** The agent's program: the one that was named, else norvex beside this program. Throws
+ *  tools::Failure when there is none. */
+std::filesystem::path find_agent(const std::filesystem::path &given);
+
 /** Runs the agent, with the lock of its device, until this process gets SIGINT, SIGTERM
  *  or SIGHUP, and ends it then. It is started again at once after a restart of its
  *  device, and after a pause when it ended otherwise: a quarter of a second, twice as

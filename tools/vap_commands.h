@@ -21,6 +21,9 @@ void add_send_command(CLI::App &app);
  *  agent runs on it. */
 void add_station_command(CLI::App &app);
 
+/** vap fleet new|run|report: many devices at once. */
+void add_fleet_command(CLI::App &app);
+
 /** vap image make: firmware images. */
 void add_image_command(CLI::App &app);
 

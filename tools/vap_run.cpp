@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <cstdlib>
 #include <memory>
 
@@ -20,18 +18,6 @@ struct RunArguments {
     bool trace = false;
 };
 
-std::filesystem::path find_agent(const RunArguments &given) {
-    std::error_code error;
-    const std::filesystem::path agent =
-        given.agent.empty()
-            ? std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "norvex"
-            : given.agent;
-    if (access(agent.c_str(), X_OK) != 0) {
-        throw tools::Failure("no agent at " + agent.string() + " (name it with --agent)");
-    }
-    return agent;
-}
-
 void set_environment(const RunArguments &given) {
     setenv("VAP_DEVICE", std::filesystem::canonical(given.folder).c_str(), 1);
     setenv("VAP_SPEED", std::to_string(given.speed).c_str(), 1);
@@ -45,7 +31,7 @@ void run(const RunArguments &given) {
     vap::Store(given.folder / "config");  // each of them says what is wrong with it
     vap::Store(given.folder / "factory");
     vap::Hardware(given.folder / "hardware.json");
-    const std::filesystem::path agent = find_agent(given);
+    const std::filesystem::path agent = find_agent(given.agent);
     const vap::RunLock lock(given.folder);
     store_cloud_settings(given.folder, given.cloud);
     set_environment(given);

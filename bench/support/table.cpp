@@ -25,6 +25,8 @@ std::string figure(Unit unit, double number) {
             return number < 10 ? text("%.3f /s", number) : text("%.0f /s", number);
         case Unit::factor:
             return text("%.1f x", number);
+        case Unit::percent:
+            return text("%.2f %%", number);
         case Unit::count:
             break;
     }

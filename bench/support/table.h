@@ -9,7 +9,7 @@
 
 namespace bench {
 
-enum class Unit { seconds, bytes, per_second, count, factor };
+enum class Unit { seconds, bytes, per_second, count, factor, percent };
 
 /** What must hold; `none` is printed only. */
 struct Goal {

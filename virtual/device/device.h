@@ -76,6 +76,12 @@ void on_close(std::function<void()> act);
  *  `restarts_process` is on. False: it cannot. */
 bool restart_device(bool restore);
 
+/** Is the process a fork server's child (see virtual/fork_server.h), which gets this
+ *  signal, blocked in all of its threads, when its hardware.json was replaced? A machine
+ *  has few watches for so many processes, and one is enough for the server. */
+bool is_told_of_changes();
+int change_signal();
+
 /* ---- what shows the hardware ------------------------------------------- */
 
 /** Hardware description of a new device. */

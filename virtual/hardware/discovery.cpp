@@ -1,8 +1,10 @@
 /* What runs beside the agent: the local discovery service behind "/tmp/auto.socket",
    and the watch over hardware.json, both on one thread. */
 #include <poll.h>
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -37,7 +39,7 @@ struct Services {
     std::atomic<uint32_t> asked{0};    /**< changes that the thread was woken for */
     std::atomic<uint32_t> followed{0}; /**< and those that it has taken in */
     Descriptor wake;
-    Descriptor watch;    /**< inotify; -1: the file is looked at once a second */
+    Descriptor watch;    /**< inotify or signalfd; -1: the file is looked at once a second */
     Descriptor listener; /**< -1: the service is absent */
     std::vector<Client> clients;
 };
@@ -109,8 +111,18 @@ void look_at_description() {
     equipment_now();
 }
 
-/** Takes it in as soon as the watch over the folder has seen it. */
-void read_changes(const Descriptor &watch) {
+/** Has the server's signal come? */
+bool was_told(const Descriptor &watch) {
+    signalfd_siginfo signal;
+    bool told = false;
+    while (read(watch.get(), &signal, sizeof signal) > 0) {
+        told = true;
+    }
+    return told;
+}
+
+/** Has the watch over the folder seen a replaced hardware.json? */
+bool was_replaced(const Descriptor &watch) {
     alignas(inotify_event) char bytes[4096];
     bool changed = false;
     for (ssize_t got = 0; (got = read(watch.get(), bytes, sizeof bytes)) > 0;) {
@@ -120,9 +132,7 @@ void read_changes(const Descriptor &watch) {
             at += sizeof *event + event->len;
         }
     }
-    if (changed) {
-        look_at_description();
-    }
+    return changed;
 }
 
 void accept_client(Services &all) {
@@ -157,7 +167,9 @@ void run_services(Services &all) {
             accept_client(all);
         }
         if (ready[1].revents != 0) {
-            read_changes(all.watch);
+            if (is_told_of_changes() ? was_told(all.watch) : was_replaced(all.watch)) {
+                look_at_description();
+            }
         }
         uint64_t wakes = 0;
         if (read(all.wake.get(), &wakes, sizeof wakes) > 0) {
@@ -172,6 +184,12 @@ void run_services(Services &all) {
 /** Watches the folder for a replaced hardware.json; -1, with a line on standard error,
  *  where the machine has no such watch left. */
 Descriptor watch_folder() {
+    if (is_told_of_changes()) {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, change_signal());
+        return Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+    }
     Descriptor fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     if (fd.get() >= 0 &&
         inotify_add_watch(fd.get(), folder().c_str(), IN_MOVED_TO | IN_CLOSE_WRITE) >= 0) {
