@@ -144,12 +144,12 @@ CLI::Validator number(double least, double most) {
     return {check, ""};
 }
 
-int run(CLI::App &app, int argc, char **argv) {
+int run(CLI::App &app, int argc, char **argv, Commands commands) {
     Shell shell;
     app.set_version_flag("--version", app.get_name() + " " NORVEX_VERSION, "Print the version");
     add_own_commands(app, shell);
     format_all(app, std::make_shared<Formatter>());
-    app.require_subcommand(1);
+    app.require_subcommand(commands == Commands::required ? 1 : 0, 1);
     const int status = parse(app, argc, argv);
     errno = 0;
     if (fflush(stdout) != 0 || ferror(stdout) != 0) {

@@ -47,11 +47,14 @@ using Words = std::function<std::vector<std::string>()>;
  *  shows as FILE or as DIR is completed to one, and one of a set to its members. */
 CLI::Option *offer(CLI::Option *option, Words words);
 
+/** Does a command line without a command say anything? */
+enum class Commands { required, optional };
+
 /** Parses the command line and runs the callbacks of what it names; gives the app
  *  --version, `completion bash|zsh` and `man`. Anything that is thrown becomes one
  *  line on standard error. Returns the exit status: 0, that of a Failure, `usage` or
  *  `failed`. Call it from `main`, when all options are there. */
-int run(CLI::App &app, int argc, char **argv);
+int run(CLI::App &app, int argc, char **argv, Commands commands = Commands::required);
 
 }  // namespace tools
 
