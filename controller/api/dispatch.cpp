@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "controller/api/routes.h"
+#include "controller/http/page.h"
 #include "controller/store/people_tables.h"
 
 namespace api {
@@ -179,7 +180,9 @@ awaitable<http::Response> respond(Service &service, http::Request request) {
     try {
         response = co_await handle(context, route);
     } catch (const Problem &problem) {
-        response = response_of(problem);
+        // What is no route is a file of the page, or one of its views.
+        const auto file = route == nullptr ? http::page(context.request) : std::nullopt;
+        response = file ? *file : response_of(problem);
     } catch (const std::exception &error) {
         response = response_of(mishap(context, error));
     }

@@ -10,6 +10,7 @@ constexpr Route table[] = {
     {"POST", "/api/v1/session", anyone, sign_in},
     {"DELETE", "/api/v1/session", viewer, sign_out},
     {"GET", "/api/v1/me", viewer, who_am_i},
+    {"GET", "/api/v1/summary", viewer, get_summary},
     {"GET", "/api/v1/devices", viewer, list_devices},
     {"GET", "/api/v1/devices/{serial}", viewer, get_device},
     {"PATCH", "/api/v1/devices/{serial}", operate, patch_device},

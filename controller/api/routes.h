@@ -35,6 +35,8 @@ awaitable<http::Response> list_tokens(Context &);
 awaitable<http::Response> make_token(Context &);
 awaitable<http::Response> delete_token(Context &);
 awaitable<http::Response> list_audit(Context &);
+// summary.cpp
+awaitable<http::Response> get_summary(Context &);
 // devices.cpp
 awaitable<http::Response> list_devices(Context &);
 awaitable<http::Response> get_device(Context &);

@@ -230,9 +230,14 @@ awaitable<http::Response> roll_back(Context &context) {
 }
 
 awaitable<http::Response> preview_configuration(Context &context) {
-    const Site &site = site_of(context);
-    const desired::Checked checked =
-        desired::check_configuration(document_of(context), site.configuration);
+    const Site site = site_of(context);
+    const long long version = context.number("version", 0, 1, most_versions);
+    desired::Checked checked;
+    if (version != 0) {
+        checked.document = co_await configuration_of(context, site, version);
+    } else {
+        checked = desired::check_configuration(document_of(context), site.configuration);
+    }
     expect_no(checked.problems);
     Document items = Document::array();
     for (const auto &[serial, device] : context.service.fleet.devices()) {
