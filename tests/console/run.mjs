@@ -4,5 +4,5 @@ import { fileURLToPath } from "node:url";
 
 const here = (name) => fileURLToPath(new URL(name, import.meta.url));
 const names = process.argv.slice(2).flatMap((name) => ["--test-name-pattern", name]);
-const words = ["--test", "--test-reporter", "spec", ...names, here("stories.test.mjs")];
+const words = ["--test", "--test-reporter", "tap", ...names, here("stories.test.mjs")];
 process.exitCode = spawnSync(process.execPath, words, { stdio: "inherit" }).status ?? 1;
