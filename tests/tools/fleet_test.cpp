@@ -415,6 +415,11 @@ TEST_F(FleetAtWork, MakesAFleetAndRunsItUntilItIsEnded) {
     EXPECT_NE(run("new " + path("cafes") + " --devices 3"), 0) << "it is there";
     const test::Broker broker;
     test::Console console(broker);
+    console.publish("norvex/v1/STRANGER/status", R"({"online":true})", "", "", true);
+    test::eventually([&] {
+        console.loop();
+        return !console.on("norvex/v1/STRANGER/status").empty();
+    });
     test::Child tool(
         {NORVEX_RUN_DIR "/vap", "fleet", "run", "--dir", path("cafes"), "--broker", broker.url(),
          "--report", path("report"), "--agent", NORVEX_RUN_DIR "/norvex"},

@@ -97,8 +97,8 @@ class Run : Listener {
         }
         prepare_folders();
         server_.emplace(options.agent, scenario.speed, options.trace);
-        observer_.emplace(urls_, static_cast<Listener &>(*this));
         devices_.emplace(plan_, options.slice, folders_, *server_, figures_);
+        observer_.emplace(urls_, static_cast<Listener &>(*this));  // which hears at once
     }
 
     Report go() {
