@@ -146,6 +146,12 @@ void Converger::absorb(const std::string &serial, const desired::Event &event) {
     }
     Progress &progress = progress_[serial];
     desired::absorb(progress.known, desire_of(*device, progress), event, fleet::wall_now());
+    if (const desired::Binding &given = progress.known.given; given.known) {
+        fleet_.show_binding(serial, {{"bind_status", given.bound ? 1 : 0},
+                                     {"cloud_id", given.cloud_id},
+                                     {"cloud_manage", given.managed ? 1 : 2},
+                                     {"project_id", given.project_id}});
+    }
     if (device->site) {
         keep(serial, progress);
     }

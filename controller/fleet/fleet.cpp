@@ -123,6 +123,17 @@ void Fleet::show_config(const std::string &serial, const std::string &state,
     }
 }
 
+void Fleet::show_binding(const std::string &serial, const Json &members) {
+    Device &device = devices_.at(serial);
+    Json binding = device.binding;
+    binding.update(members);
+    if (binding != device.binding) {
+        device.binding = std::move(binding);
+        keep(device);
+        feed_.publish("device", {{"serial", serial}});
+    }
+}
+
 void Fleet::forget(const std::string &serial) {
     devices_.erase(serial);
     database_.post([serial](store::Sql &sql) { store::forget_device(sql, serial); });

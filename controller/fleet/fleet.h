@@ -62,6 +62,10 @@ class Fleet {
     void show_config(const std::string &serial, const std::string &state, const std::string &reason,
                      const Json &differences);
 
+    /** Sets members of the binding that a device told when its agent started: what became of
+     *  it since is told by nobody. */
+    void show_binding(const std::string &serial, const Json &members);
+
     /** Forgets a device that is not online; its table rows too. */
     void forget(const std::string &serial);
 

@@ -222,6 +222,7 @@ TEST_P(Fleet, ReachesTheConfigurationOfItsSite) {
     const Answer put = service.http("PUT", path + "/configuration", configuration);
     EXPECT_EQ(put.body, Json({{"version", 1}})) << put.text;
     wait_for(service, "/api/v1/devices/AP1", is("config_state", "in_sync"));
+    EXPECT_EQ(service.get("/api/v1/devices/AP1").body["binding"].value("project_id", 0), 42);
     EXPECT_THAT(test::text_of_file(agent.folder() + "/config"),
                 AllOf(HasSubstr("wl2g.ssid0.ssid=Guests"),
                       HasSubstr("wl2g.ssid0.wpapsk_psk=welcome-2024")));
