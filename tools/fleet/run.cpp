@@ -372,7 +372,7 @@ class Run : Listener {
                    ": " + tools::shown(scenario_.steps[step_].name);
         now.seconds = real_seconds();
         now.of_seconds = options_.endless ? 0 : scenario_.lasts / scenario_.speed;
-        now.devices = figures_.devices;
+        now.devices = static_cast<size_t>(figures_.devices);
         now.online = devices_->online();
         now.wanted = devices_->wanted();
         now.starting = devices_->starting();
