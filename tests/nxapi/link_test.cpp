@@ -41,13 +41,6 @@ class Link : public ::testing::Test {
         return until({&device}, [&] { return console.on(topic).size() >= count; });
     }
 
-    /** Of a device that comes back after a console of the new broker. */
-    nxapi::Settings unhurried() const {
-        nxapi::Settings settings = test::settings_for(broker);
-        settings.retry_ms = 3000;
-        return settings;
-    }
-
     test::Broker broker;
     Console console{broker};
 };
@@ -201,9 +194,9 @@ TEST_F(Link, RetainedCommandsAreDropped) {
 }
 
 TEST_F(Link, UploadsWaitForTheBrokerUpToABound) {
-    broker.stop();
+    broker.signal(SIGSTOP);
     ::testing::internal::CaptureStderr();
-    nxapi::Settings settings = unhurried();
+    nxapi::Settings settings = test::settings_for(broker);
     settings.queue_messages = 3;
     settings.queue_bytes = 1024;
     CloudDevice device(settings, "SN1");
@@ -212,23 +205,22 @@ TEST_F(Link, UploadsWaitForTheBrokerUpToABound) {
         EXPECT_TRUE(device.client.upload("up/binding", text));
     }
     EXPECT_FALSE(device.client.upload("up/config", std::string(1025, 'x')));
-    broker.start();
-    Console back(broker);
+    broker.signal(SIGCONT);
     eventually([&] {
-        back.loop();
-        return back.on("norvex/v1/SN1/up/alarm").size() == 3;
+        console.loop();
+        return console.on("norvex/v1/SN1/up/alarm").size() == 3;
     });
-    EXPECT_THAT(back.on("norvex/v1/SN1/up/alarm"), ElementsAre("3", "4", "5"));
-    EXPECT_EQ(back.last("norvex/v1/SN1/up/binding").payload, "5") << "replaced, not queued";
+    EXPECT_THAT(console.on("norvex/v1/SN1/up/alarm"), ElementsAre("3", "4", "5"));
+    EXPECT_EQ(console.last("norvex/v1/SN1/up/binding").payload, "5") << "replaced, not queued";
 
     device.serve(0, test::echo_command);
-    back.publish("norvex/v1/SN1/cmd/cloud/0", std::string(1020, 'x'));
+    console.publish("norvex/v1/SN1/cmd/cloud/0", std::string(1020, 'x'));
     eventually([&] {
-        back.loop();
+        console.loop();
         device.work();
-        return !back.on("norvex/v1/SN1/rsp/cloud/0").empty();
+        return !console.on("norvex/v1/SN1/rsp/cloud/0").empty();
     });
-    EXPECT_EQ(back.last("norvex/v1/SN1/rsp/cloud/0").result, "-1") << "larger than the queue";
+    EXPECT_EQ(console.last("norvex/v1/SN1/rsp/cloud/0").result, "-1") << "larger than the queue";
     const std::string said = ::testing::internal::GetCapturedStderr();
     EXPECT_THAT(said, HasSubstr("in the queue and are dropped: 2 (first the oldest)\n"));
     EXPECT_THAT(said, HasSubstr("too large to send: 1 (cloud/0)\n"));
@@ -248,7 +240,9 @@ TEST(LinkToASmallBroker, TellsOfADocumentThatIsTooLargeForIt) {
 }
 
 TEST_F(Link, ComesBackWithTheBroker) {
-    CloudDevice device(unhurried(), "SN1");
+    nxapi::Settings unhurried = test::settings_for(broker);
+    unhurried.retry_ms = 5000;  // a console of the new broker is there before it
+    CloudDevice device(unhurried, "SN1");
     device.serve(0, test::echo_command);
     ASSERT_TRUE(until_on(device, "norvex/v1/SN1/up/identity"));
     device.client.upload("up/binding", "bound");
