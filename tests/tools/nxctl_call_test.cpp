@@ -168,10 +168,16 @@ TEST_F(NxctlCall, FollowsNoUploadOfBefore) {
     test::Child follower = start({"call", "SN1", "net_check", "--follow", "--wait"}, "log");
     test::Console console(broker, {}, "norvex/v1/SN1/up/net_check");
     const auto limit = test::Clock::now() + std::chrono::milliseconds(300);
+    size_t sent = 0;
     while (test::Clock::now() < limit) {  // it listens for a part of this time
         console.publish("norvex/v1/SN1/up/net_check", "[0]");
         console.loop();
+        ++sent;
     }
+    test::eventually([&] {  // the broker has them all before the device comes
+        console.loop();
+        return console.received.size() == sent;
+    });
     LiveDevice device(broker, "SN1");
     ASSERT_TRUE(appears("log", "{\"resp_code\":0}\n"));
     device.client().upload("up/net_check", "[1]");
