@@ -147,6 +147,8 @@ int slow_command(void *self, int in_len, const char *in, char **out, int *out_le
 
 // The answer comes by the broker that the device has moved to; the command runs once.
 TEST_F(NxctlBrokers, AnOrderOutlivesItsBroker) {
+    slow_runs = 0;
+    slow_may_end = false;
     LiveDevice device(settings(), "SN1", slow_command);
     const auto [here, there] = places("SN1");
     auto order =
